@@ -1,0 +1,61 @@
+#pragma once
+
+#include <ipc/ByteVector.h>
+#include <ipc/Export.h>
+
+#include <tolvo/StatusCode.h>
+
+#include <string>
+
+namespace zeb::tolvo::ipc
+{
+
+/// Client that makes fresh sockets for every request and whose wait can be ended from outside.
+///
+/// Any message published on the interrupt endpoint while a request waits ends that wait; the message is never read.
+/// A message published before the request's subscriber has connected is lost, so publish until the call has returned.
+/// A reply that comes after its request has ended is lost, never given to another request.
+///
+/// Any number of threads may call `SendRequest` at the same time. The context must outlive the connector and stay
+/// alive while a request runs. An `inproc` endpoint that nobody binds keeps a descriptor for every request until
+/// somebody does: use `inproc` endpoints that are bound, or another transport.
+class TOLVO_IPC_EXPORT ZmqClientDealerConnector
+{
+public:
+    /// Creates no socket yet.
+    /// @param context ZeroMQ context of the caller; not owned.
+    /// @param requestEndpoint ZeroMQ endpoint of the service, copied.
+    /// @param interruptEndpoint ZeroMQ endpoint where a `ZMQ_PUB` socket interrupts waits, copied.
+    ZmqClientDealerConnector(void* context, const std::string& requestEndpoint, const std::string& interruptEndpoint);
+
+    virtual ~ZmqClientDealerConnector();
+
+    ZmqClientDealerConnector(const ZmqClientDealerConnector&) = delete;
+    ZmqClientDealerConnector& operator=(const ZmqClientDealerConnector&) = delete;
+
+    /// Sends `request` as one frame and waits for one frame in return. Both sockets are closed when it returns.
+    /// @param request copied; may be empty.
+    /// @param response replaced by the reply when one was received, otherwise left as it was.
+    /// @param timeout milliseconds to wait for the reply; -1 waits without limit, 0 looks once.
+    /// @return
+    /// - `Success`: `response` holds the reply.
+    /// - `TimedOut` (76): no reply within `timeout`.
+    /// - `Interrupted` (12): a message on the interrupt endpoint ended the wait. A reply received at the same moment
+    ///   is in `response`.
+    /// - otherwise `MakeStatusCodeFromErrno` of the ZeroMQ call that failed. A signal that interrupts the wait is one
+    ///   of them (`EINTR`).
+    StatusCode SendRequest(const ByteVector& request, ByteVector& response, int timeout);
+
+protected:
+    // A socket that was created is left in the out-parameter when a later step fails; the caller closes it.
+    StatusCode CreateSocket(int type, void** socket);
+    StatusCode Connect(void* socket, const std::string& endpoint);
+    StatusCode SetSocketOpt(void* socket, int option, const void* value, unsigned int length);
+    StatusCode WaitForResponse(void* requestSocket, void* interruptSocket, ByteVector& response, int timeout);
+
+    void* mContext;
+    std::string mRequestEndpoint;
+    std::string mInterruptEndpoint;
+};
+
+} // namespace zeb::tolvo::ipc

@@ -1,0 +1,104 @@
+#pragma once
+
+#include <ipc/AbstractServerConnector.h>
+
+#include <atomic>
+#include <cstddef>
+#include <future>
+#include <string>
+#include <thread>
+
+struct zmq_msg_t;
+
+namespace zeb::tolvo::ipc
+{
+
+/// What every ZeroMQ server has in common: its thread, the registration message and the answering of requests.
+///
+/// The server connects to an endpoint that the registration service has bound, and presents its identity there. Each
+/// request and each reply is one frame. A reply that can't be queued at once is dropped and logged.
+///
+/// One thread owns the connector: it makes all calls below, one at a time. Stop a started server before deleting it:
+/// deleting a connector whose thread was not joined ends the process in `std::terminate`. Stop every server before the
+/// process or the library ends: the end of the ZeroMQ context waits for its sockets.
+class TOLVO_IPC_EXPORT ZmqServerConnector : public AbstractServerConnector
+{
+public:
+    /// Stores its arguments; creates no socket and no thread. Callers use
+    /// `ZmqConnectorFactory::CreateZmqServerConnector`.
+    /// @param endpoint ZeroMQ endpoint to connect to, copied; cut at its first zero byte.
+    /// @param context ZeroMQ context; not owned, must outlive the connector.
+    /// @param identity routing identity, copied; 1 to 255 bytes of any value, the first one not zero.
+    ZmqServerConnector(const std::string& endpoint, void* context, const std::string& identity);
+    ~ZmqServerConnector() override;
+
+    /// Starts the server thread and waits until it has created its sockets. Does nothing on a server that listens. A
+    /// server that was stopped may be started again, at once and any number of times.
+    ///
+    /// When an earlier stop has failed, this first completes it, which takes a stop's half second.
+    /// @return
+    /// - `Success`: requests are being served.
+    /// - `Failure` (1): the front-end's connection can't be watched.
+    /// - otherwise `MakeStatusCodeFromErrno` of the ZeroMQ call that failed; nothing is left running or open. An empty
+    ///   identity and a bad endpoint (`EINVAL`) show here.
+    /// - the failure of the earlier stop, when it can't be completed either; its thread still runs.
+    /// @throws std::system_error when the thread can't be created.
+    StatusCode StartListening() override;
+
+    /// Stops the server thread and joins it. Takes half a second and the rest of the request being handled; requests
+    /// that are queued meanwhile stay unanswered. Does nothing on a server that does not listen. Never call it from
+    /// the handler: it would join its own thread.
+    /// @return
+    /// - `Success`: the thread has ended and its sockets are closed.
+    /// - otherwise `MakeStatusCodeFromErrno` of the ZeroMQ call that failed. The thread may still run, answering
+    ///   nothing: do not delete the connector, register a handler or set the startup message. The way out is
+    ///   `StartListening`, then `StopListening`.
+    StatusCode StopListening() override;
+
+    /// Sets the address under which the server registers each time its connection is established, again after the
+    /// registration service restarted. Without it nothing is sent. Call it while the server is stopped.
+    virtual void SetStartupMessage(const std::string& address);
+
+protected:
+    /// Called by `StartListening` before the thread is started; what is not `Success` is returned from there.
+    virtual StatusCode PrepareToListen() = 0;
+
+    /// Body of the server thread. Creates the sockets, sets `startup` exactly once on every path and does not touch
+    /// it afterwards, serves when that was `Success`, and closes every socket before it returns.
+    virtual void CreateSocketsAndRunServer(std::promise<StatusCode>& startup) = 0;
+
+    StatusCode StartThread();
+    void RunServerThread(std::promise<StatusCode>& startup);
+    void StopProcessingMessages();
+    StatusCode TerminateServerThread();
+    void JoinServerThread();
+    void ReleasePendingSubscriber();
+
+    // A socket that was created is left in the out-parameter when a later step fails; the caller closes it.
+    StatusCode CreateSocket(int type, void** socket);
+    StatusCode Connect(void* socket, const std::string& endpoint);
+    StatusCode Bind(void* socket, const std::string& endpoint);
+    static StatusCode SetSocketOpt(void* socket, int option, const void* value, std::size_t size);
+    static StatusCode SetSocketIdentity(void* socket, const std::string& identity);
+    StatusCode CreateControlSocket(void** socket);
+
+    StatusCode CreateFrontEndSocket(void** frontEnd, void** monitor, const std::string& identity);
+    StatusCode CreateMonitorSocket(void* socket, void** monitor);
+    void ProcessConnectionEvents(void* monitor, void* frontEnd, ByteVector& startupMessage);
+    StatusCode SendStartupMessage(void* socket, ByteVector& message);
+
+    void ReadAndProcessBurstOfRequests(void* socket, unsigned short maxBurst);
+    bool ProcessAndSendReply(zmq_msg_t* message, int size, void* socket);
+
+    std::string mEndpoint;
+    std::string mControlEndpoint;
+    ByteVector mStartupMessage;
+    std::string mIdentity;
+    std::atomic<bool> mProcessingMessages;
+    std::thread mServerThread;
+    void* mContext;
+    bool mStartupMessageSet;
+    bool mIsTerminateRefused; // ZeroMQ refused the stop's message: a second one could never arrive
+};
+
+} // namespace zeb::tolvo::ipc

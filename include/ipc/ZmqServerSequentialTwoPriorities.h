@@ -1,0 +1,35 @@
+#pragma once
+
+#include <ipc/ZmqServerConnector.h>
+
+namespace zeb::tolvo::ipc
+{
+
+/// Server with an ordinary and a high-priority front-end, both connected to the same endpoint and answered by one
+/// thread, one request at a time. While both have requests waiting, 40 high-priority ones are answered, then 10
+/// ordinary ones, and so on: neither starves.
+///
+/// The high-priority front-end's identity is the given one followed by "RT"; it registers under "RT" followed by the
+/// given address.
+class TOLVO_IPC_EXPORT ZmqServerSequentialTwoPriorities : public ZmqServerConnector
+{
+public:
+    /// As `ZmqServerConnector`, but the identity has at most 253 bytes.
+    /// @throws std::length_error when the identity is too long for a string that also holds "RT".
+    ZmqServerSequentialTwoPriorities(const std::string& endpoint, void* context, const std::string& identity);
+    ~ZmqServerSequentialTwoPriorities() override;
+
+    /// Sets both addresses: the given one, and the one that starts with "RT".
+    /// @throws std::length_error when the address is too long for a string that also holds "RT".
+    void SetStartupMessage(const std::string& address) override;
+
+protected:
+    StatusCode PrepareToListen() override;
+    void CreateSocketsAndRunServer(std::promise<StatusCode>& startup) override;
+    void RunServer(void* frontEnd, void* rtFrontEnd, void* monitor, void* rtMonitor, void* control);
+
+    ByteVector mRtStartupMessage;
+    std::string mRtIdentity;
+};
+
+} // namespace zeb::tolvo::ipc

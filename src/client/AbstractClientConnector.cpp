@@ -1,0 +1,8 @@
+#include <ipc/AbstractClientConnector.h>
+
+namespace zeb::tolvo::ipc
+{
+
+AbstractClientConnector::~AbstractClientConnector() = default;
+
+} // namespace zeb::tolvo::ipc

@@ -1,0 +1,23 @@
+#include "server/PollLoop.h"
+
+#include "common/Log.h"
+
+#include <cerrno>
+
+namespace zeb::tolvo::ipc
+{
+
+bool WaitForEvents(zmq_pollitem_t* items, int count, const std::string& tag)
+{
+    constexpr long kNoTimeout = -1;
+    while (zmq_poll(items, count, kNoTimeout) < 0)
+    {
+        const int error = zmq_errno();
+        if (error == EINTR) continue;
+        TOLVO_IPC_LOG(kLogError, " zmq_poll exited with error %d", tag.c_str(), error);
+        return false;
+    }
+    return true;
+}
+
+} // namespace zeb::tolvo::ipc
