@@ -41,7 +41,7 @@ void RootLogger::Print(TolvoLogLevel level, const char* format, ...)
     if (static_cast<int>(level) > mLevel->load(std::memory_order_relaxed)) return;
 
     const int savedErrno = errno;
-    std::array<char, kUsualLine> usual; // one byte more than formatted text needs: the newline replaces the zero
+    std::array<char, kUsualLine> usual; // NOLINT(cppcoreguidelines-pro-type-member-init): vsnprintf fills it
     va_list arguments;
     va_start(arguments, format);
     const int formatted = vsnprintf(usual.data(), usual.size(), format, arguments);
@@ -55,7 +55,7 @@ void RootLogger::Print(TolvoLogLevel level, const char* format, ...)
     else if (const std::unique_ptr<char[]> whole{new (std::nothrow) char[length + 1]})
     {
         va_start(arguments, format);
-        vsnprintf(whole.get(), length + 1, format, arguments);
+        static_cast<void>(vsnprintf(whole.get(), length + 1, format, arguments));
         va_end(arguments);
         WriteLine(whole.get(), length);
     }

@@ -14,9 +14,8 @@ namespace zeb::tolvo::ipc
 
 ZmqConnectorFactory ZmqConnectorFactory::mInstance;
 
-ZmqConnectorFactory::ZmqConnectorFactory() : mContext(nullptr)
+ZmqConnectorFactory::ZmqConnectorFactory() : mContext(zmq_ctx_new())
 {
-    mContext = zmq_ctx_new();
     if (mContext == nullptr)
     {
         TOLVO_IPC_LOG(kLogError, " ZmqConnectorFactory: Failed to create ZMQ context, %d", ZmqCommon::mLogger.c_str(),

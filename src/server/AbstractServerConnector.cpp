@@ -19,12 +19,15 @@ AbstractServerConnector::AbstractServerConnector() : mIsListening(false) {}
 
 AbstractServerConnector::~AbstractServerConnector() = default;
 
-void AbstractServerConnector::RegisterCallback(std::function<void(const ByteVector& request, ByteVector& response)>
-                                                   callback) // NOLINT(performance-unnecessary-value-param)
+// NOLINTBEGIN(performance-unnecessary-value-param)
+void AbstractServerConnector::RegisterCallback(
+    std::function<void(const ByteVector& request, ByteVector& response)> callback)
 {
     // Copied, not moved: the previous handler goes only after the new one is in place.
     mCallback = callback;
 }
+
+// NOLINTEND(performance-unnecessary-value-param)
 
 void AbstractServerConnector::ProcessRequest(const ByteVector& request, ByteVector& response)
 {
