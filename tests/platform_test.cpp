@@ -35,22 +35,18 @@ TEST(Platform, LoggerWritesWholeLinesOfAnyLengthFromAnyThread)
     std::vector<std::thread> threads;
     for (const char letter : {'a', 'b', 'c', 'd'})
     {
-        threads.emplace_back(
-            [&logger, letter]
+        threads.emplace_back([&logger, letter] {
+            for (int line = 0; line < 200; ++line)
             {
-                for (int line = 0; line < 200; ++line)
-                {
-                    logger.Print(TolvoLogLevel::Notice, "%s", std::string(600, letter).c_str());
-                    logger.Print(TolvoLogLevel::Info, "above the level");
-                }
-            });
+                logger.Print(TolvoLogLevel::Notice, "%s", std::string(600, letter).c_str());
+                logger.Print(TolvoLogLevel::Info, "above the level");
+            }
+        });
     }
-    for (std::thread& thread : threads)
-        thread.join();
+    for (std::thread& thread : threads) thread.join();
     const std::vector<std::string> lines = log.Take();
     EXPECT_EQ(lines.size(), 800U);
-    for (const std::string& line : lines)
-        EXPECT_EQ(line, std::string(600, line.at(0)));
+    for (const std::string& line : lines) EXPECT_EQ(line, std::string(600, line.at(0)));
 }
 
 TEST(Platform, RegistrationIsCompactJsonWhateverTheBytes)

@@ -1,7 +1,11 @@
+#include "support/CapturedLog.h"
 #include "support/Exposed.h"
-#include "support/FailureTable.h"
+#include "support/Faults.h"
+#include "support/Peers.h"
 
 #include <ipc/ZmqConnectorFactory.h>
+
+#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -12,6 +16,8 @@
 
 namespace
 {
+
+using Lines = std::vector<std::string>;
 
 const std::string kTag = "[ipc::ZmqServerConnector] ";
 const std::string kTrace = "[ipc::ZmqServerConnector][trace] ";
@@ -34,6 +40,13 @@ protected:
     }
 
     ~ServerThread() override { faults::Reset(); }
+
+    void StartAndRegister()
+    {
+        server.SetStartupMessage("svc");
+        ASSERT_EQ(server.StartListening(), StatusCode::Success);
+        ASSERT_EQ(peer.Receive(), Registration("id", "svc"));
+    }
 
     std::string Exchange(const std::string& body)
     {
@@ -93,17 +106,14 @@ TEST_F(ServerThread, RegistersAgainWhenTheRegistrationServiceComesBack)
 TEST_F(ServerThread, AnswersFrameForFrameAndWithoutHandlerByAnEmptyOne)
 {
     CapturedLog log;
-    server.SetStartupMessage("svc");
     server.RegisterCallback({});
-    ASSERT_EQ(server.StartListening(), StatusCode::Success);
-    EXPECT_EQ(peer.Receive(), Registration("id", "svc"));
+    StartAndRegister();
     EXPECT_EQ(Exchange("nobody handles this"), "id|");
     EXPECT_EQ(log.Take(), Lines{"[ipc::AbstractServerConnector] Callback for request is null"});
     EXPECT_EQ(server.StopListening(), StatusCode::Success);
 
     server.RegisterCallback(Echo);
-    ASSERT_EQ(server.StartListening(), StatusCode::Success);
-    EXPECT_EQ(peer.Receive(), Registration("id", "svc"));
+    StartAndRegister();
     peer.Send("id", "first", "second");
     EXPECT_EQ(peer.Receive(), "id|first");
     EXPECT_EQ(peer.Receive(), "id|second");
@@ -126,7 +136,7 @@ TEST_F(ServerThread, MakesItsCallsInOrderAndClosesEachSocketOnTheThreadThatMadeI
     std::locale::global(usual);
     EXPECT_EQ(server.StartListening(), StatusCode::Success); // listens already
     Lines calls = faults::Recorded();
-    ASSERT_GE(calls.size(), 5U);
+    ASSERT_GE(calls.size(), 9U);
     const std::string monitor = calls[4].substr(calls[4].find("inproc"));
     EXPECT_TRUE(std::regex_match(monitor, std::regex("inproc://server/monitor/[0-9]+"))) << monitor;
     EXPECT_TRUE(std::regex_match(server.mControlEndpoint, std::regex("inproc://server/control//[0-9]{5,}")))
@@ -176,61 +186,6 @@ TEST_F(ServerThread, TracesItsLifeAtLevelSevenOnly)
     }
 }
 
-std::string StartupFailed(StatusCode status)
-{
-    return kTag +
-           "Server thread startup failed, wait for completion, status=" + std::to_string(static_cast<unsigned>(status));
-}
-
-// What the two servers make in the same order: control, front-end, monitor; the second one then a further front-end.
-std::vector<FailureCase> StartFailures(const std::string& lastLine)
-{
-    const std::string failed = StartupFailed(kNoMemory);
-    const std::string create = kTag + "Failed to create socket of type ";
-    const Lines control = {"zmq_close SUB"};
-    const Lines frontEnd = {"zmq_close DEALER", "zmq_close SUB"};
-    const Lines all = {"zmq_close DEALER", "zmq_close PAIR", "zmq_close SUB"};
-    return {
-        {{{"zmq_socket", ENOMEM}}, kNoMemory, {create + "2, 12", failed}, {}},
-        {{{"zmq_setsockopt", ENOMEM}}, kNoMemory, {failed}, control},
-        {{{"zmq_socket", ENOMEM, 1}}, kNoMemory, {create + "5, 12", failed}, control},
-        {{{"zmq_socket_monitor", ENOMEM}},
-         StatusCode::Failure,
-         {kTag + "Failed register endpoint for socket events (12)", StartupFailed(StatusCode::Failure)},
-         frontEnd},
-        {{{"zmq_socket", ENOMEM, 2}}, kNoMemory, {create + "0, 12", failed}, frontEnd},
-        {{{"zmq_setsockopt", ENOMEM, 1}}, kNoMemory, {failed}, all},
-        {{{"zmq_connect", ENOMEM, 2}}, kNoMemory, {lastLine, failed}, all},
-    };
-}
-
-const std::string kNobody = "ipc://nobody/at/all";
-
-template <typename Server>
-struct LonelyWorld
-{
-    zmq::context_t context;
-    Server server{kNobody, context.handle(), "id"};
-};
-
-TEST(ServerStart, FailuresReportThemselvesAndLeaveNothingOpen)
-{
-    const std::string connect = kTag + "Failed to connect socket to " + kNobody + ", 12";
-    const auto prepare = [](auto&) {};
-    const auto start = [](auto& world) { return world.server.StartListening(); };
-    const Lines all = {"zmq_close DEALER", "zmq_close PAIR", "zmq_close SUB"};
-    std::vector<FailureCase> cases = StartFailures(connect);
-    ExpectFailures<LonelyWorld<OnePriority>>(cases, prepare, start, all);
-
-    const std::string failed = StartupFailed(kNoMemory);
-    const Lines both = {"zmq_close DEALER", "zmq_close DEALER", "zmq_close PAIR", "zmq_close PAIR", "zmq_close SUB"};
-    cases.push_back(
-        {{{"zmq_socket", ENOMEM, 3}}, kNoMemory, {kTag + "Failed to create socket of type 5, 12", failed}, all});
-    cases.push_back({{{"zmq_setsockopt", ENOMEM, 2}}, kNoMemory, {failed}, both});
-    cases.push_back({{{"zmq_connect", ENOMEM, 4}}, kNoMemory, {connect, failed}, both});
-    ExpectFailures<LonelyWorld<TwoPriorities>>(cases, prepare, start, all);
-}
-
 TEST_F(ServerThread, RefusedIdentityAndEndpointsCostNoDescriptorHoweverOften)
 {
     const CapturedLog log(2);
@@ -249,12 +204,10 @@ TEST_F(ServerThread, RefusedIdentityAndEndpointsCostNoDescriptorHoweverOften)
 
 TEST_F(ServerThread, FailedStopIsCompletedByTheNextStart)
 {
-    server.SetStartupMessage("svc");
     for (const std::string function : {"zmq_socket", "zmq_bind"})
     {
         CapturedLog log;
-        ASSERT_EQ(server.StartListening(), StatusCode::Success);
-        EXPECT_EQ(peer.Receive(), Registration("id", "svc"));
+        StartAndRegister();
         faults::Fail(function, ENOMEM);
         EXPECT_EQ(server.StopListening(), kNoMemory);
         EXPECT_EQ(server.StopListening(), StatusCode::Success); // listens no more
@@ -290,12 +243,10 @@ TEST_F(ServerThread, RefusedTerminateIsCompletedOnceItsContextHasEnded)
 
 TEST_F(ServerThread, RestartsServeAndStopEachTime)
 {
-    server.SetStartupMessage("svc");
     const std::size_t descriptors = OpenDescriptors();
     for (int life = 0; life < 200; ++life)
     {
-        ASSERT_EQ(server.StartListening(), StatusCode::Success);
-        ASSERT_EQ(peer.Receive(), Registration("id", "svc"));
+        StartAndRegister();
         ASSERT_EQ(Exchange(std::to_string(life)), "id|" + std::to_string(life));
         ASSERT_EQ(server.StopListening(), StatusCode::Success);
     }
@@ -306,8 +257,7 @@ TEST_F(ServerThread, RestartsServeAndStopEachTime)
 TEST_F(ServerThread, OwnersOnEightThreadsDoNotDisturbEachOther)
 {
     const CapturedLog log(2);
-    const auto live = [&](int owner)
-    {
+    const auto live = [&](int owner) {
         auto& factory = ipc::ZmqConnectorFactory::GetInstance();
         const std::string own = folder.Endpoint("owner" + std::to_string(owner));
         RouterPeer service(own);
@@ -321,8 +271,7 @@ TEST_F(ServerThread, OwnersOnEightThreadsDoNotDisturbEachOther)
         {
             failing->StartListening();
             if (served->StartListening() != StatusCode::Success) break;
-            for (int frontEnd = 0; frontEnd <= owner % 2; ++frontEnd)
-                service.Receive(); // its registration
+            for (int frontEnd = 0; frontEnd <= owner % 2; ++frontEnd) service.Receive(); // its registration
             service.Send("id", "request");
             right += service.Receive() == "id|request" ? 1 : 0;
             if (served->StopListening() != StatusCode::Success) break;
@@ -330,10 +279,8 @@ TEST_F(ServerThread, OwnersOnEightThreadsDoNotDisturbEachOther)
         return right;
     };
     std::vector<std::future<int>> owners;
-    for (int owner = 0; owner < 8; ++owner)
-        owners.push_back(std::async(std::launch::async, live, owner));
-    for (std::future<int>& owner : owners)
-        EXPECT_EQ(owner.get(), 25);
+    for (int owner = 0; owner < 8; ++owner) owners.push_back(std::async(std::launch::async, live, owner));
+    for (std::future<int>& owner : owners) EXPECT_EQ(owner.get(), 25);
 }
 
 TEST_F(ServerThread, PollingGoesOnAfterASignalAndEndsWithAnError)
@@ -344,15 +291,11 @@ TEST_F(ServerThread, PollingGoesOnAfterASignalAndEndsWithAnError)
     sigaction(SIGUSR1, &action, &usual);
     CapturedLog log;
     pthread_t thread{};
-    server.SetStartupMessage("svc");
-    server.RegisterCallback(
-        [&](const ByteVector& request, ByteVector& response)
-        {
-            thread = pthread_self();
-            response = request;
-        });
-    ASSERT_EQ(server.StartListening(), StatusCode::Success);
-    EXPECT_EQ(peer.Receive(), Registration("id", "svc"));
+    server.RegisterCallback([&](const ByteVector& request, ByteVector& response) {
+        thread = pthread_self();
+        response = request;
+    });
+    StartAndRegister();
     for (int signal = 0; signal < 20; ++signal)
     {
         EXPECT_EQ(Exchange("request"), "id|request");

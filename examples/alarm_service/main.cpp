@@ -174,14 +174,11 @@ bool Measure(const std::string& ordinaryEndpoint, const std::string& urgentEndpo
     }
 
     Flood flood;
-    auto urgentWaits = std::async(std::launch::async,
-                                  [&]
-                                  {
-                                      Waits waits;
-                                      while (flood.AwaitFurther(kAnswersBetweenUrgent))
-                                          urgentCaller.Ask(waits);
-                                      return waits;
-                                  });
+    auto urgentWaits = std::async(std::launch::async, [&] {
+        Waits waits;
+        while (flood.AwaitFurther(kAnswersBetweenUrgent)) urgentCaller.Ask(waits);
+        return waits;
+    });
     std::vector<std::future<Waits>> ordinaryWaits;
     while (ordinaryWaits.size() < kFloodThreads)
     {

@@ -37,14 +37,12 @@ std::string ReadWhole(const char* path)
 
 std::string AnswerDeviceStatus(const zeb::tolvo::ipc::ByteVector& request)
 {
-    const auto* source = std::find_if(
-        kSources.begin(), kSources.end(),
-        [&](const Source& candidate)
-        { return std::equal(candidate.request.begin(), candidate.request.end(), request.begin(), request.end()); });
+    const auto* source = std::find_if(kSources.begin(), kSources.end(), [&](const Source& candidate) {
+        return std::equal(candidate.request.begin(), candidate.request.end(), request.begin(), request.end());
+    });
     if (source != kSources.end()) return ReadWhole(source->path);
 
     std::string answer = "unknown request; ask for one of:";
-    for (const Source& known : kSources)
-        answer.append(" ").append(known.request);
+    for (const Source& known : kSources) answer.append(" ").append(known.request);
     return answer.append("\n");
 }

@@ -182,13 +182,11 @@ bool Run(const Job& job)
     std::vector<std::future<bool>> workers;
     for (unsigned int worker = 1; worker <= kWorkers; ++worker)
     {
-        workers.push_back(std::async(std::launch::async,
-                                     [&, worker]
-                                     {
-                                         const bool isAllAnswered = AskInRounds(worker, job, responses, quit);
-                                         ended.Add(); // after the last response: the loop then finds all of them
-                                         return isAllAnswered;
-                                     }));
+        workers.push_back(std::async(std::launch::async, [&, worker] {
+            const bool isAllAnswered = AskInRounds(worker, job, responses, quit);
+            ended.Add(); // after the last response: the loop then finds all of them
+            return isAllAnswered;
+        }));
     }
 
     std::array<pollfd, 4> items{{{responses.GetReadFd(), POLLIN, 0},
@@ -208,8 +206,7 @@ bool Run(const Job& job)
         {
             // At least once, since a byte may arrive after its response was taken; then to the last response, since one
             // pushed while the pipe was full has no byte.
-            do
-            {
+            do {
                 PrintFirstLine(responses.PopResponse());
             } while (responses.AreResponsesPending());
         }
@@ -223,8 +220,7 @@ bool Run(const Job& job)
     }
 
     bool isAllAnswered = true;
-    for (std::future<bool>& worker : workers)
-        isAllAnswered &= worker.get();
+    for (std::future<bool>& worker : workers) isAllAnswered &= worker.get();
     return isAllAnswered;
 }
 

@@ -94,8 +94,7 @@ private:
 void PublishUntilClosed(zmq::socket_t& publisher, int stopEnd)
 {
     pollfd stop{stopEnd, POLLIN, 0};
-    do
-    {
+    do {
         publisher.send(zmq::str_buffer("interrupt"), zmq::send_flags::dontwait);
     } while (poll(&stop, 1, kPublishPeriodMs) == 0);
 }

@@ -18,8 +18,7 @@ constexpr auto kLogTrace = static_cast<TolvoLogLevel>(7);
 /// (a std::string), then those of the format. None of them is evaluated when the level suppresses the line, and
 /// nothing before them changes `errno`, so `zmq_errno()` may be one.
 #define TOLVO_IPC_LOG(level, format, ...)                                                                              \
-    do                                                                                                                 \
-    {                                                                                                                  \
+    do {                                                                                                               \
         ::zebl::Log::RootLogger& rootLogger = ::zebl::Log::RootLogger::GetInstance();                                  \
         if (rootLogger.mLevel->load(std::memory_order_relaxed) >= static_cast<unsigned char>(level))                   \
         {                                                                                                              \

@@ -20,8 +20,7 @@ constexpr StatusCode kTimedOut{76};
 /// Directly after a failed ZeroMQ call: reads its error number once, logs the line with that number as the last
 /// argument, and yields the status made from it. The arguments are those of `TOLVO_IPC_LOG` without the number.
 #define TOLVO_IPC_ZMQ_FAILURE(format, ...)                                                                             \
-    [&]                                                                                                                \
-    {                                                                                                                  \
+    [&] {                                                                                                              \
         const int zmqError = zmq_errno();                                                                              \
         TOLVO_IPC_LOG(kLogError, format, __VA_ARGS__, zmqError);                                                       \
         return MakeStatusCodeFromErrno(zmqError);                                                                      \

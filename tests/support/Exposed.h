@@ -1,5 +1,6 @@
 #pragma once
 
+#include <ipc/ZmqClientDealerConnector.h>
 #include <ipc/ZmqServerSequentialOnePriority.h>
 #include <ipc/ZmqServerSequentialTwoPriorities.h>
 
@@ -20,3 +21,9 @@ struct Exposed : Server
 
 using OnePriority = Exposed<zeb::tolvo::ipc::ZmqServerSequentialOnePriority>;
 using TwoPriorities = Exposed<zeb::tolvo::ipc::ZmqServerSequentialTwoPriorities>;
+
+struct ExposedDealerClient : zeb::tolvo::ipc::ZmqClientDealerConnector
+{
+    using ZmqClientDealerConnector::WaitForResponse;
+    using ZmqClientDealerConnector::ZmqClientDealerConnector;
+};

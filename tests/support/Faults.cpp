@@ -187,14 +187,11 @@ std::vector<std::string> Recorded(const std::vector<std::string>& functions)
     State& state = Get();
     const std::lock_guard<std::mutex> lock(state.mutex);
     std::vector<std::string> calls;
-    std::copy_if(state.calls.begin(), state.calls.end(), std::back_inserter(calls),
-                 [&](const std::string& call)
-                 {
-                     return functions.empty() || std::any_of(functions.begin(), functions.end(),
-                                                             [&](const std::string& function) {
-                                                                 return call.compare(0, function.size(), function) == 0;
-                                                             });
-                 });
+    std::copy_if(state.calls.begin(), state.calls.end(), std::back_inserter(calls), [&](const std::string& call) {
+        return functions.empty() || std::any_of(functions.begin(), functions.end(), [&](const std::string& function) {
+                   return call.compare(0, function.size(), function) == 0;
+               });
+    });
     return calls;
 }
 
@@ -204,13 +201,17 @@ void ShortenSleeps()
     sIsFirstSleep = true;
 }
 
-void Reset()
+void Stop()
 {
     State& state = Get();
     const std::lock_guard<std::mutex> lock(state.mutex);
     state.faults.clear();
-    state.calls.clear();
     state.isRecording = false;
+}
+
+void Reset()
+{
+    Stop();
     sAreSleepsShort = false;
 }
 

@@ -17,6 +17,9 @@ void Record();
 /// another thread than the one that made it is noted as such.
 std::vector<std::string> Recorded(const std::vector<std::string>& functions = {});
 
+/// Ends the recording and disarms what has not failed.
+void Stop();
+
 /// Sleeps of the library end at once. The first is interrupted by a signal with 0.3 s remaining.
 void ShortenSleeps();
 

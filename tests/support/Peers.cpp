@@ -27,8 +27,7 @@ std::size_t OpenDescriptors()
 std::size_t AwaitDescriptors(std::size_t count)
 {
     const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(kPatience);
-    while (OpenDescriptors() != count && std::chrono::steady_clock::now() < end)
-        std::this_thread::yield();
+    while (OpenDescriptors() != count && std::chrono::steady_clock::now() < end) std::this_thread::yield();
     return OpenDescriptors();
 }
 
@@ -55,8 +54,7 @@ std::string RouterPeer::Receive()
 {
     std::string frames;
     zmq::message_t frame;
-    do
-    {
+    do {
         if (!mSocket.recv(frame)) return "nothing";
         frames += (frames.empty() ? "" : "|") + frame.to_string();
     } while (frame.more());

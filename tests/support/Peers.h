@@ -30,7 +30,9 @@ public:
     TempFolder(const TempFolder&) = delete;
     TempFolder& operator=(const TempFolder&) = delete;
 
-    std::string Endpoint(const std::string& name) const { return "ipc://" + (mPath / name).string(); }
+    std::string Path(const std::string& name) const { return (mPath / name).string(); }
+
+    std::string Endpoint(const std::string& name) const { return "ipc://" + Path(name); }
 
 private:
     std::filesystem::path mPath;
