@@ -4,7 +4,7 @@ add_library(tolvo-ipc-build-settings INTERFACE)
 target_compile_features(tolvo-ipc-build-settings INTERFACE cxx_std_17)
 target_compile_options(tolvo-ipc-build-settings INTERFACE
     -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow -Wformat=2 -Wold-style-cast -Wcast-qual
-    -Wnon-virtual-dtor -Woverloaded-virtual -Wundef -Wdouble-promotion -Wnull-dereference
+    -Wnon-virtual-dtor -Woverloaded-virtual -Wundef -Wdouble-promotion
     $<$<CXX_COMPILER_ID:GNU>:-Wduplicated-cond -Wlogical-op>
     $<$<BOOL:${TOLVO_IPC_WARNINGS_AS_ERRORS}>:-Werror>)
 

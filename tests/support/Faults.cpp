@@ -56,7 +56,7 @@ struct Inside
 
 State& Get()
 {
-    static State sInstance;
+    static State& sInstance = *new State; // never destroyed: ZeroMQ calls until the process has ended
     sState = &sInstance;
     return sInstance;
 }

@@ -1,0 +1,19 @@
+#!/usr/bin/env bash
+# Fails when the library exports anything but the classes of include/ipc: check-exports.sh LIBRARY
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+classes=$(sed -nE 's/^class TOLVO_IPC_EXPORT ([A-Za-z]+).*/\1/p' include/ipc/*.h | paste -sd'|')
+exported=$(nm -DC --defined-only "$1" | cut -d' ' -f3-)
+strays=$(grep -vE "^((vtable|typeinfo|typeinfo name) for )?zeb::tolvo::ipc::($classes)(::|@|$)|^TOLVO_IPC_0" <<<"$exported" || true)
+[ -z "$strays" ] || {
+    printf 'Exported without being declared:\n%s\n' "$strays"
+    exit 1
+}
+# Every operation that is exported stands in the header of its class.
+while read -r class operation; do
+    grep -qw -- "$operation" "include/ipc/$class.h" || {
+        echo "Exported but not in include/ipc/$class.h: $operation"
+        exit 1
+    }
+done < <(sed -nE 's/^zeb::tolvo::ipc::([A-Za-z]+)::~?([A-Za-z]+).*/\1 \2/p' <<<"$exported" | sort -u)

@@ -1,0 +1,10 @@
+#!/usr/bin/env bash
+# Fails when a program in the README is not the one in examples/hello, which is compiled.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+for program in service client; do
+    awk -v title="## A $program" '$0 == title { found = 1 } found && /^```$/ { exit } inside { print }
+                                  found && /^```cpp$/ { inside = 1 }' README.md |
+        diff - "examples/hello/$program.cpp"
+done
