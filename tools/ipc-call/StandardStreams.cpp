@@ -1,0 +1,48 @@
+#include "ipc-call/StandardStreams.h"
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <system_error>
+
+namespace zeb::tolvo::desk
+{
+
+namespace
+{
+
+void ThrowUnless(bool isGood, const char* stream)
+{
+    if (!isGood) throw std::system_error(errno, std::generic_category(), stream);
+}
+
+} // namespace
+
+ipc::ByteVector ReadAll()
+{
+    ipc::ByteVector bytes;
+    constexpr std::size_t kChunk = 65'536;
+    std::array<unsigned char, kChunk> chunk; // NOLINT(cppcoreguidelines-pro-type-member-init): fread fills it
+    while (const std::size_t size = std::fread(chunk.data(), 1, chunk.size(), stdin))
+        bytes.insert(bytes.end(), chunk.data(), chunk.data() + size);
+    ThrowUnless(std::ferror(stdin) == 0, "standard input");
+    return bytes;
+}
+
+bool ReadLine(ipc::ByteVector& line)
+{
+    line.clear();
+    int byte = 0;
+    while ((byte = std::getc(stdin)) != EOF && byte != '\n') line.push_back(static_cast<unsigned char>(byte));
+    ThrowUnless(std::ferror(stdin) == 0, "standard input");
+    return byte != EOF || !line.empty();
+}
+
+void Write(const ipc::ByteVector& bytes, std::string_view ending)
+{
+    const bool isWritten = std::fwrite(bytes.data(), 1, bytes.size(), stdout) == bytes.size() &&
+                           std::fwrite(ending.data(), 1, ending.size(), stdout) == ending.size();
+    ThrowUnless(isWritten && std::fflush(stdout) == 0, "standard output");
+}
+
+} // namespace zeb::tolvo::desk
