@@ -1,0 +1,167 @@
+#!/usr/bin/env bash
+# Builds the library and shows it at work: a registration service, a service and its clients as separate processes,
+# then the other examples. Leaves no process and no file behind but the build folder, also when it is interrupted.
+set -euo pipefail
+
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+build=$root/build/release
+readonly patience=10 # seconds that a step which works never needs
+
+Title() { printf '\n== %s\n\n' "$1"; }
+
+Fail()
+{
+    printf 'demo: %s\n' "$1" >&2
+    exit 1
+}
+
+# Starts a command in a process group of its own, so that whatever it starts can be ended with it.
+Start()
+{
+    set -m
+    "$@" 2>>"$folder/log" &
+    set +m
+}
+
+# As a job that is waited for: a signal then ends the wait at once.
+Run()
+{
+    Start "$@"
+    wait "$!"
+}
+
+# Starts a service and awaits the line with which it says that it is ready.
+StartService()
+{
+    local name=$1 output="$folder/$1.output" line
+    mkfifo "$output"
+    Start Redirect "$output" "${@:2}"
+    services[$name]=$!
+    exec {ready}<"$output" # stays open: the service may print more
+    read -r -t "$patience" -u "$ready" line || Fail "the $name service did not start"
+    printf '%s\n' "$line"
+}
+
+Redirect() { exec "${@:2}" >"$1"; }
+
+# Every process that was started, and whatever it started in turn, holds the pipe "alive" open: once the script has
+# closed its own end, the pipe ends with the last of them.
+StopEverything()
+{
+    local signal id
+    [[ -n ${alive:-} ]] || return 0
+    exec {alive}>&-
+    for signal in TERM KILL; do
+        for id in $(jobs -pr); do kill "-$signal" -- "-$id" 2>/dev/null || true; done
+        if IsPipeEnded; then return 0; fi
+        printf 'demo: something did not end on SIG%s\n' "$signal" >&2
+    done
+    return 1
+}
+
+IsPipeEnded()
+{
+    local status=0
+    read -r -t "$patience" -u "$watch" || status=$?
+    ((status == 1)) # of the end; more than 128 when the time is over
+}
+
+CleanUp()
+{
+    local status=$?
+    trap '' INT TERM HUP
+    trap - EXIT
+    if [[ -n $folder ]]; then
+        StopEverything || status=1
+        if ((status && ! is_interrupted)) && [[ -s $folder/log ]]; then cat "$folder/log" >&2; fi
+        cd /
+        rm -rf "$folder"
+    fi
+    if ((is_interrupted)); then
+        printf 'demo: interrupted; everything is stopped and removed\n' >&2
+    elif ((status)); then
+        printf 'demo: failed with exit code %d\n' "$status" >&2
+    fi
+    exit "$status"
+}
+
+Interrupt()
+{
+    is_interrupted=1
+    exit "$((128 + $1))"
+}
+
+Ask()
+{
+    local request=$1 lines=${2:-2}
+    printf "\$ printf '%s' | tolvo-ipc-call ipc://clients/device-status\n" "$request"
+    printf '%s' "$request" >request
+    Run "$call" --timeout "$((patience * 1000))" ipc://clients/device-status <request >answer
+    sed -e "${lines}q" answer | cut -c -79
+    if (($(wc -l <answer) > lines)); then printf '... (%d lines)\n' "$(wc -l <answer)"; fi
+    printf '\n'
+}
+
+folder=
+is_interrupted=0
+trap CleanUp EXIT
+trap 'Interrupt 1' HUP
+trap 'Interrupt 2' INT
+trap 'Interrupt 15' TERM
+
+"$root/scripts/setup.sh" build
+exec </dev/null
+# A signal must not come between the folder and its name.
+folder=$(trap '' HUP INT TERM && mktemp -d "${TMPDIR:-/tmp}/tolvo-demo.XXXXXX")
+mkfifo "$folder/alive"
+exec {both}<>"$folder/alive" # opens without waiting for another end
+exec {watch}<"$folder/alive"
+exec {alive}>"$folder/alive"
+exec {both}>&-
+
+Title "Building in build/release"
+cd "$root"
+Run cmake --preset release >>"$folder/log"
+Run cmake --build --preset release >>"$folder/log"
+: >"$folder/log"
+quillmere=$build/tools/quillmere/tolvo-quillmere
+call=$build/tools/ipc-call/tolvo-ipc-call
+examples=$build/examples
+printf 'done\n'
+
+Title "A registration service and a device status service, in $folder"
+cd "$folder"
+mkdir clients
+declare -A services=()
+StartService registration "$quillmere" --servers ipc://servers --clients clients
+StartService device-status "$examples/device_status_service" --servers ipc://servers
+
+Title "Requests and their answers"
+Ask uptime
+Ask loadavg
+Ask meminfo 4
+Ask cpuinfo 5
+Ask no-such-thing
+
+Title "alarm_service: what a second, urgent front-end buys"
+Run "$examples/alarm_service" --servers ipc://servers --clients clients
+
+Title "interruptible_caller: a wait ended from outside"
+TMPDIR=. Run "$examples/interruptible_caller"
+
+Title "event_loop: responses, a timer and standard input in one poll loop"
+Run "$examples/event_loop" --endpoint ipc://clients/device-status --rounds 2 --period 300
+
+Title "Stopping"
+StopEverything || Fail "a process was left"
+for name in "${!services[@]}"; do
+    wait "${services[$name]}" || Fail "the $name service ended with exit code $?"
+    printf 'the %s service ended with exit code 0\n' "$name"
+done
+sockets=$(find . -type s)
+[[ -z $sockets ]] || Fail "sockets were left: $sockets"
+cd /
+rm -rf "$folder"
+[[ ! -e $folder ]] || Fail "$folder was left"
+folder=
+printf 'no process of this demonstration is left, and no socket or folder\n'
