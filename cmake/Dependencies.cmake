@@ -2,4 +2,8 @@
 
 find_package(PkgConfig REQUIRED)
 pkg_check_modules(ZeroMQ REQUIRED IMPORTED_TARGET libzmq>=4.3)
+# Without the flags of libraries that only a static libzmq needs: those come and go between configurations.
+find_path(ZeroMQ_HEADERS zmq.h HINTS ${ZeroMQ_INCLUDE_DIRS} REQUIRED)
+set_target_properties(PkgConfig::ZeroMQ PROPERTIES
+    INTERFACE_COMPILE_OPTIONS "" INTERFACE_INCLUDE_DIRECTORIES ${ZeroMQ_HEADERS})
 find_package(nlohmann_json 3.11 REQUIRED)

@@ -13,8 +13,12 @@ namespace zeb::tolvo::ipc
 
 /// Queue of responses for callers that wait in their own event loop.
 ///
-/// Each pushed response puts one byte into a pipe, so the pipe's read end is readable while responses are queued. Any
-/// number of threads may push and ask; one thread pops. Only `Initialize` must come first, alone.
+/// Each pushed response puts one byte into a pipe, so the pipe's read end is readable while responses are queued. When
+/// it is readable, pop at least once, then until `AreResponsesPending` answers false: a byte may come after its
+/// response was taken, and a response that was pushed while the pipe was full has none.
+///
+/// Any number of threads may push and ask; one thread pops. Only `Initialize` must come first, alone. The pipe is
+/// inherited by programs that this one executes.
 class TOLVO_IPC_EXPORT ResponsesFIFO
 {
 public:
@@ -31,7 +35,7 @@ public:
     StatusCode Initialize();
 
     /// Queues a copy of `response` and makes the read end readable. Never blocks on the pipe: when it is full the
-    /// response is queued without its byte, so pop until `AreResponsesPending` answers false.
+    /// response is queued without its byte.
     void PushResponse(const ByteVector& response);
 
     /// Takes one byte out of the pipe and the oldest response out of the queue. Never blocks on the pipe.

@@ -11,8 +11,8 @@ namespace zeb::tolvo::ipc
 /// Client that keeps one `ZMQ_DEALER` socket for its life.
 ///
 /// Replies carry no number: the first frame that arrives is taken as the reply. A reply that comes after its request
-/// timed out stays queued and is returned to the next request. After any status but `Success`, destroy the connector
-/// and create a new one.
+/// timed out stays queued and is returned to the next request. After any other status than `Success` from a request
+/// that may have been sent, destroy the connector and create a new one.
 ///
 /// Used by one thread at a time. Destroy every client before the process or the library ends: the end of the ZeroMQ
 /// context waits for its socket.
@@ -32,7 +32,8 @@ public:
     /// Connects on first use, sends `request` as one frame and waits for one frame in return. The sending blocks when
     /// the socket can queue no more.
     /// @return
-    /// - `Success`: `response` holds the reply.
+    /// - `Success`: `response` holds the reply. (A ZeroMQ call that fails with error number 0 counts as success too and
+    ///   leaves `response` as it was.)
     /// - `TimedOut` (76): no reply within `timeout`; it may still come and be given to the next request.
     /// - `BlockingForbidden` (27): the operating mode forbids waiting; the request has been sent all the same.
     /// - otherwise `MakeStatusCodeFromErrno` of the ZeroMQ call that failed. A signal that interrupts the wait is one

@@ -16,16 +16,18 @@ namespace zeb::tolvo::ipc
 /// A message published before the request's subscriber has connected is lost, so publish until the call has returned.
 /// A reply that comes after its request has ended is lost, never given to another request.
 ///
-/// Any number of threads may call `SendRequest` at the same time. The context must outlive the connector and stay
-/// alive while a request runs. An `inproc` endpoint that nobody binds keeps a descriptor for every request until
-/// somebody does: use `inproc` endpoints that are bound, or another transport.
+/// Any number of threads may call `SendRequest` at the same time; the context must stay alive while one does. Its
+/// sockets keep ZeroMQ's default linger: a request that nobody has taken makes the end of the context wait for ever, so
+/// end a context with `ZMQ_BLOCKY` switched off where a service may be gone for good. An `inproc` endpoint that nobody
+/// binds keeps a descriptor for every request until somebody does: use `inproc` endpoints that are bound, or another
+/// transport.
 class TOLVO_IPC_EXPORT ZmqClientDealerConnector
 {
 public:
     /// Creates no socket yet.
     /// @param context ZeroMQ context of the caller; not owned.
-    /// @param requestEndpoint ZeroMQ endpoint of the service, copied.
-    /// @param interruptEndpoint ZeroMQ endpoint where a `ZMQ_PUB` socket interrupts waits, copied.
+    /// @param requestEndpoint ZeroMQ endpoint of the service, copied; cut at its first zero byte.
+    /// @param interruptEndpoint ZeroMQ endpoint where a `ZMQ_PUB` socket interrupts waits, copied; cut likewise.
     ZmqClientDealerConnector(void* context, const std::string& requestEndpoint, const std::string& interruptEndpoint);
 
     virtual ~ZmqClientDealerConnector();
@@ -33,7 +35,8 @@ public:
     ZmqClientDealerConnector(const ZmqClientDealerConnector&) = delete;
     ZmqClientDealerConnector& operator=(const ZmqClientDealerConnector&) = delete;
 
-    /// Sends `request` as one frame and waits for one frame in return. Both sockets are closed when it returns.
+    /// Sends `request` as one frame and waits for one frame in return. The sending blocks when the socket can queue no
+    /// more. Both sockets are closed when it returns.
     /// @param request copied; may be empty.
     /// @param response replaced by the reply when one was received, otherwise left as it was.
     /// @param timeout milliseconds to wait for the reply; -1 waits without limit, 0 looks once.

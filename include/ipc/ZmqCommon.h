@@ -11,7 +11,7 @@ namespace zeb::tolvo::ipc
 class TOLVO_IPC_EXPORT ZmqCommon
 {
 public:
-    /// Tag of the log lines that belong to no server connector: "zeb.ipc.transport.connectors.rpc.library".
+    /// Tag of the log lines that carry no class's own tag: "zeb.ipc.transport.connectors.rpc.library".
     static const std::string mLogger;
 };
 

@@ -33,11 +33,12 @@ public:
                                                                       OperatingModeInterface& operatingMode);
 
     /// @param endpoint ZeroMQ endpoint where the registration service receives servers.
-    /// @param identity routing identity of the server, unique at that endpoint: 1 to 255 bytes of any value, the first
-    /// one not zero.
+    /// @param identity routing identity of the server, unique at that endpoint: 1 to 255 bytes of any value (253 for
+    /// two priorities), the first one not zero.
     /// @param type which server to build; a value that is no enumerator builds the one with one priority.
     /// @return a stopped server. The caller owns it: `RegisterCallback`, `SetStartupMessage`, `StartListening`, later
     /// `StopListening`, then `delete`.
+    /// @throws std::length_error as `ZmqServerSequentialTwoPriorities`.
     ZmqServerConnector* CreateZmqServerConnector(const std::string& endpoint, const std::string& identity,
                                                  ServerType type);
 

@@ -20,7 +20,8 @@ namespace zeb::tolvo::ipc
 ///
 /// One thread owns the connector: it makes all calls below, one at a time. Stop a started server before deleting it:
 /// deleting a connector whose thread was not joined ends the process in `std::terminate`. Stop every server before the
-/// process or the library ends: the end of the ZeroMQ context waits for its sockets.
+/// process or the library ends: the end of the ZeroMQ context waits for its sockets. It also waits for a reply or a
+/// registration that was queued and not taken yet, until the registration service comes back.
 class TOLVO_IPC_EXPORT ZmqServerConnector : public AbstractServerConnector
 {
 public:
@@ -35,10 +36,10 @@ public:
     /// Starts the server thread and waits until it has created its sockets. Does nothing on a server that listens. A
     /// server that was stopped may be started again, at once and any number of times.
     ///
-    /// When an earlier stop has failed, this first completes it, which takes a stop's half second.
+    /// When an earlier stop has failed, this first completes it, which may take a stop's half second.
     /// @return
     /// - `Success`: requests are being served.
-    /// - `Failure` (1): the front-end's connection can't be watched.
+    /// - `Failure` (1): the front-end's connection can't be watched, or an earlier stop can't be completed.
     /// - otherwise `MakeStatusCodeFromErrno` of the ZeroMQ call that failed; nothing is left running or open. An empty
     ///   identity and a bad endpoint (`EINVAL`) show here.
     /// - the failure of the earlier stop, when it can't be completed either; its thread still runs.
@@ -49,14 +50,16 @@ public:
     /// that are queued meanwhile stay unanswered. Does nothing on a server that does not listen. Never call it from
     /// the handler: it would join its own thread.
     /// @return
-    /// - `Success`: the thread has ended and its sockets are closed.
+    /// - `Success`: the thread has ended and its sockets are closed. (A last message that ZeroMQ refuses with error
+    ///   number 0 counts as success too: the thread then runs on, as below.)
     /// - otherwise `MakeStatusCodeFromErrno` of the ZeroMQ call that failed. The thread may still run, answering
     ///   nothing: do not delete the connector, register a handler or set the startup message. The way out is
     ///   `StartListening`, then `StopListening`.
     StatusCode StopListening() override;
 
     /// Sets the address under which the server registers each time its connection is established, again after the
-    /// registration service restarted. Without it nothing is sent. Call it while the server is stopped.
+    /// registration service restarted. Without it nothing is sent. Call it while the server is stopped. When it throws,
+    /// for want of memory, what is sent is the message of before, or an empty one.
     virtual void SetStartupMessage(const std::string& address);
 
 protected:

@@ -20,12 +20,10 @@ constexpr int kLingerMs = 2000;
 
 ZmqClientConnector::ZmqClientConnector(const std::string& endpoint, OperatingModeInterface& operatingMode,
                                        void* context)
-    : mIsConnected(false),
-      mContext(context),
-      mSocket(zmq_socket(context, ZMQ_DEALER)),
-      mEndpoint(endpoint),
-      mOperatingMode(operatingMode)
+    : mIsConnected(false), mContext(context), mSocket(nullptr), mEndpoint(endpoint), mOperatingMode(operatingMode)
 {
+    // Last, so that nothing that may throw comes between it and the destructor that closes it.
+    mSocket = zmq_socket(context, ZMQ_DEALER); // NOLINT(cppcoreguidelines-prefer-member-initializer)
     if (mSocket == nullptr)
     {
         TOLVO_IPC_LOG(kLogError, " ZmqClientConnector: Failed to create ZMQ socket type ZMQ_REQ, %d",

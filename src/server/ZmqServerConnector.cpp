@@ -7,7 +7,7 @@
 #include <zebl/QuillmereDataScheme.h>
 
 #include <cerrno>
-#include <chrono>
+#include <csignal>
 #include <cstdint>
 #include <cstring>
 #include <ctime>
@@ -48,6 +48,33 @@ void WaitForSubscriber()
     while (nanosleep(&remaining, &remaining) < 0 && errno == EINTR)
     {
     }
+}
+
+/// Keeps signals from the calling thread while it lives.
+class SignalsBlocked
+{
+public:
+    SignalsBlocked()
+    {
+        sigset_t all;
+        sigfillset(&all);
+        pthread_sigmask(SIG_SETMASK, &all, &mBefore);
+    }
+
+    ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &mBefore, nullptr); }
+
+    SignalsBlocked(const SignalsBlocked&) = delete;
+    SignalsBlocked& operator=(const SignalsBlocked&) = delete;
+
+private:
+    sigset_t mBefore{};
+};
+
+/// A signal could make this send fail on a context that lives, and the server thread could then never be told to end.
+int SendTerminate(void* publisher)
+{
+    const SignalsBlocked blocked;
+    return zmq_send(publisher, kTerminate, sizeof kTerminate, 0);
 }
 
 bool IsConnectedEvent(zmq_msg_t* event)
@@ -106,9 +133,9 @@ StatusCode ZmqServerConnector::StartThread()
         if (mServerThread.joinable()) return kFailure; // refused with error number 0, which converts to success
     }
 
-    mProcessingMessages = true;
     std::promise<StatusCode> startup;
     std::future<StatusCode> started = startup.get_future();
+    mProcessingMessages = true;
     mServerThread = std::thread(&ZmqServerConnector::RunServerThread, this, std::ref(startup));
 
     const StatusCode status = started.get();
@@ -159,7 +186,7 @@ StatusCode ZmqServerConnector::TerminateServerThread()
 
     WaitForSubscriber();
     TOLVO_IPC_LOG(kLogTrace, "[trace] Send TERMINATE signal to all threads", kClassTag.c_str());
-    mIsTerminateRefused = zmq_send(publisher.handle, kTerminate, sizeof kTerminate, 0) < 0;
+    mIsTerminateRefused = SendTerminate(publisher.handle) < 0;
     if (mIsTerminateRefused)
     {
         status = TOLVO_IPC_ZMQ_FAILURE(" Failed to send TERMINATE signal on controller %d", kClassTag.c_str());

@@ -60,3 +60,6 @@ read -r -t 10 reply <&5
 [[ $reply =~ ^$uptime$ ]] || fail "the reply to uptime is '$reply'"
 exec 4>&-
 expect 1 '' '' wait $!
+
+kill -INT "$service_id"
+expect 0 '' '' wait "$service_id"
