@@ -1,12 +1,7 @@
 #include "support/CapturedLog.h"
-#include "support/Peers.h"
 
 #include <ipc/ZmqConnectorFactory.h>
-
-#include <gtest/gtest.h>
-
-#include <cerrno>
-#include <memory>
+#include <ipc/ZmqServerSequentialTwoPriorities.h>
 
 // The library gets no context while it is loaded.
 extern "C" void* zmq_ctx_new()
@@ -27,7 +22,7 @@ TEST(FactoryWithoutContextDeathTest, LogsWithItsTagAtLoad)
         "\\]\\[zeb.ipc.transport.connectors.rpc.library\\] ZmqConnectorFactory: Failed to create ZMQ context, 24");
 }
 
-TEST(FactoryWithoutContext, BuildsConnectorsThatReportTheFailureWhenUsed)
+TEST(FactoryWithoutContext, BuildsEachKindOfConnectorThatReportsTheFailureWhenUsed)
 {
     const CapturedLog log;
     auto& factory = ipc::ZmqConnectorFactory::GetInstance();
@@ -35,10 +30,14 @@ TEST(FactoryWithoutContext, BuildsConnectorsThatReportTheFailureWhenUsed)
     ByteVector response;
     EXPECT_EQ(factory.CreateZmqClientConnector("inproc://a", mode)->SendRequest({}, response, 0),
               MakeStatusCodeFromErrno(ENOTSOCK));
-    const std::unique_ptr<ipc::ZmqServerConnector> server(
-        factory.CreateZmqServerConnector("inproc://a", "id", ipc::ServerType::TwoPriorities));
-    EXPECT_EQ(server->StartListening(), MakeStatusCodeFromErrno(EFAULT));
-    EXPECT_EQ(server->StopListening(), StatusCode::Success);
+    for (const int type : {0, 1, 2, -1})
+    {
+        const std::unique_ptr<ipc::ZmqServerConnector> server(
+            factory.CreateZmqServerConnector("inproc://a", "id", static_cast<ipc::ServerType>(type)));
+        EXPECT_EQ(dynamic_cast<ipc::ZmqServerSequentialTwoPriorities*>(server.get()) != nullptr, type == 1) << type;
+        EXPECT_EQ(server->StartListening(), MakeStatusCodeFromErrno(EFAULT));
+        EXPECT_EQ(server->StopListening(), StatusCode::Success);
+    }
 }
 
 } // namespace

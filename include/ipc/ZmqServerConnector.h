@@ -67,7 +67,8 @@ protected:
     virtual StatusCode PrepareToListen() = 0;
 
     /// Body of the server thread. Creates the sockets, sets `startup` exactly once on every path and does not touch
-    /// it afterwards, serves when that was `Success`, and closes every socket before it returns.
+    /// it afterwards, serves when that was `Success` and calls `ReleasePendingSubscriber` when it was not, and closes
+    /// every socket before it returns.
     virtual void CreateSocketsAndRunServer(std::promise<StatusCode>& startup) = 0;
 
     StatusCode StartThread();

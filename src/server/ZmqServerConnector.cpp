@@ -143,7 +143,6 @@ StatusCode ZmqServerConnector::StartThread()
     {
         TOLVO_IPC_LOG(kLogError, " Server thread startup failed, wait for completion, status=%u", kClassTag.c_str(),
                       static_cast<unsigned int>(status));
-        ReleasePendingSubscriber();
         mServerThread.join();
         return status;
     }
@@ -207,8 +206,9 @@ void ZmqServerConnector::JoinServerThread()
     TOLVO_IPC_LOG(kLogTrace, "[trace] Server thread execution has completed, server stopped", kClassTag.c_str());
 }
 
-/// After a failed start: ZeroMQ frees a closed subscriber whose inproc connect is pending only once somebody binds the
-/// name. Called before the join, while no other server's thread can have this thread's id, and so its endpoint.
+/// On the server thread after a failed start, while its subscriber is still open: ZeroMQ frees one whose inproc connect
+/// is pending only once somebody binds the name. Bound later, the name could be that of another server, whose thread
+/// has been given the same id, and ZeroMQ's reaper could be closing the subscriber meanwhile.
 void ZmqServerConnector::ReleasePendingSubscriber()
 {
     ScopedSocket publisher;

@@ -37,7 +37,8 @@ void ZmqServerSequentialOnePriority::CreateSocketsAndRunServer(std::promise<Stat
     StatusCode status = CreateControlSocket(&control.handle);
     if (status == kSuccess) status = CreateFrontEndSocket(&frontEnd.handle, &monitor.handle, mIdentity);
     startup.set_value(status);
-    if (status == kSuccess) RunServer(frontEnd.handle, monitor.handle, control.handle);
+    if (status != kSuccess) return ReleasePendingSubscriber();
+    RunServer(frontEnd.handle, monitor.handle, control.handle);
 }
 
 void ZmqServerSequentialOnePriority::RunServer(void* frontEnd, void* monitor, void* control)

@@ -50,10 +50,8 @@ void ZmqServerSequentialTwoPriorities::CreateSocketsAndRunServer(std::promise<St
     if (status == kSuccess) status = CreateFrontEndSocket(&frontEnd.handle, &monitor.handle, mIdentity);
     if (status == kSuccess) status = CreateFrontEndSocket(&rtFrontEnd.handle, &rtMonitor.handle, mRtIdentity);
     startup.set_value(status);
-    if (status == kSuccess)
-    {
-        RunServer(frontEnd.handle, rtFrontEnd.handle, monitor.handle, rtMonitor.handle, control.handle);
-    }
+    if (status != kSuccess) return ReleasePendingSubscriber();
+    RunServer(frontEnd.handle, rtFrontEnd.handle, monitor.handle, rtMonitor.handle, control.handle);
 }
 
 void ZmqServerSequentialTwoPriorities::RunServer(void* frontEnd, void* rtFrontEnd, void* monitor, void* rtMonitor,

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <string>
 #include <vector>
 
@@ -7,23 +8,20 @@
 namespace faults
 {
 
-/// The next call of `function` fails with `error`, or the one after `skip` further ones. Several may be armed.
+/// The next call of `function` fails with `error`, or the one after `skip` further ones. One fault for each function.
 void Fail(const std::string& function, int error, int skip = 0);
 
 /// Starts to note the calls, for instance "zmq_connect inproc://a" or "zmq_close DEALER".
 void Record();
 
-/// The calls noted since `Record`, those that begin with one of `functions` only if any is named. A socket closed by
-/// another thread than the one that made it is noted as such.
-std::vector<std::string> Recorded(const std::vector<std::string>& functions = {});
+/// The calls noted since `Record` that begin with a match of the regular expression. A socket closed by another thread
+/// than the one that made it is noted as such.
+std::vector<std::string> Recorded(const std::string& beginning = "");
 
 /// Ends the recording and disarms what has not failed.
-void Stop();
-
-/// Sleeps of the library end at once. The first is interrupted by a signal with 0.3 s remaining.
-void ShortenSleeps();
-
-/// Forgets everything armed and recorded.
 void Reset();
+
+/// Whether a stop's half second ends at once, interrupted by a signal with 0.3 s remaining.
+inline std::atomic<bool> areSleepsShort{false};
 
 } // namespace faults

@@ -5,43 +5,62 @@
 
 #include <tolvo/StatusCode.h>
 
+#include <gtest/gtest.h>
 #include <zmq.hpp>
 
+#include <chrono>
+#include <cstdlib>
 #include <filesystem>
+#include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace ipc = zeb::tolvo::ipc;
 using ipc::ByteVector;
 using zeb::tolvo::MakeStatusCodeFromErrno;
 using zeb::tolvo::StatusCode;
+using Lines = std::vector<std::string>;
 
 constexpr int kPatience = 10'000; // ms that a correct program never needs
 
-ByteVector Bytes(const std::string& text);
-std::string Text(const ByteVector& bytes);
+inline ByteVector Bytes(const std::string& text) { return {text.begin(), text.end()}; }
+
+inline std::string Text(const ByteVector& bytes) { return {bytes.begin(), bytes.end()}; }
 
 /// A folder of its own for socket files, removed at the end.
-class TempFolder
+struct TempFolder
 {
-public:
-    TempFolder();
-    ~TempFolder();
-    TempFolder(const TempFolder&) = delete;
-    TempFolder& operator=(const TempFolder&) = delete;
+    TempFolder()
+    {
+        if (mkdtemp(mPath.data()) == nullptr) throw std::runtime_error("mkdtemp");
+    }
 
-    std::string Path(const std::string& name) const { return (mPath / name).string(); }
+    ~TempFolder() { std::filesystem::remove_all(mPath); }
+
+    std::string Path(const std::string& name) const { return mPath + "/" + name; }
 
     std::string Endpoint(const std::string& name) const { return "ipc://" + Path(name); }
 
 private:
-    std::filesystem::path mPath;
+    std::string mPath = std::filesystem::temp_directory_path() / "tolvo-ipc-XXXXXX";
 };
 
-/// Awaits until the process has `count` open descriptors again: ZeroMQ closes sockets on a thread of its own.
-/// @return the number of descriptors, which differs from `count` when they have not come back in time.
-std::size_t AwaitDescriptors(std::size_t count);
-std::size_t OpenDescriptors();
+/// Expects as many open descriptors at its end as at its start, and awaits them: ZeroMQ closes sockets on a thread of
+/// its own.
+struct DescriptorsComeBack
+{
+    ~DescriptorsComeBack()
+    {
+        const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(kPatience);
+        while (Open() != before && std::chrono::steady_clock::now() < end) std::this_thread::yield();
+        EXPECT_EQ(Open(), before);
+    }
+
+    static std::ptrdiff_t Open() { return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}); }
+
+    const std::ptrdiff_t before = Open();
+};
 
 /// A host that lets its clients wait unless told otherwise.
 struct OperatingMode : ipc::OperatingModeInterface
@@ -51,25 +70,35 @@ struct OperatingMode : ipc::OperatingModeInterface
     bool isForbidden = false;
 };
 
-/// The registration service's end of a server: a bound ZMQ_ROUTER.
-class RouterPeer
+/// A bound socket opposite the library's, with room for every message.
+struct Peer : zmq::socket_t
 {
-public:
-    explicit RouterPeer(const std::string& endpoint);
-
-    /// Sends the bodies as the frames of one message.
-    template <typename... Bodies>
-    void Send(const std::string& identity, const Bodies&... bodies)
+    Peer(zmq::context_t& context, zmq::socket_type type, const std::string& endpoint) : socket_t(context, type)
     {
-        SendFrames({identity, bodies...});
+        if (type == zmq::socket_type::router) set(zmq::sockopt::router_handover, true);
+        set(zmq::sockopt::linger, 0);
+        set(zmq::sockopt::sndhwm, 0);
+        set(zmq::sockopt::rcvhwm, 0);
+        set(zmq::sockopt::rcvtimeo, kPatience);
+        bind(endpoint);
     }
 
-    /// The next message as "identity|body|...", or "nothing" when none comes in time.
-    std::string Receive();
+    /// Sends the frames of one message; a router's first is the identity of the receiver.
+    void Send(const Lines& frames)
+    {
+        for (const std::string& frame : frames)
+            send(zmq::buffer(frame), &frame == &frames.back() ? zmq::send_flags::none : zmq::send_flags::sndmore);
+    }
 
-private:
-    void SendFrames(const std::vector<std::string>& frames);
-
-    zmq::context_t mContext;
-    zmq::socket_t mSocket{mContext, zmq::socket_type::router};
+    /// The next message as "frame|frame|...", or "nothing" when none comes in time.
+    std::string Receive()
+    {
+        std::string frames;
+        zmq::message_t frame;
+        do {
+            if (!recv(frame)) return "nothing";
+            frames += (frames.empty() ? "" : "|") + frame.to_string();
+        } while (frame.more());
+        return frames;
+    }
 };
