@@ -1,17 +1,28 @@
 #!/usr/bin/env bash
-# Installs from Debian what is missing: setup.sh build | test | check, each with what the one before needs.
+# Installs from Debian what is missing: setup.sh build | test | check, each with what the one before needs; or
+# setup.sh armv7 | package | abi | tsan | bench, with what building needs.
 set -euo pipefail
 
 build=(g++ cmake ninja-build pkg-config libzmq3-dev cppzmq-dev nlohmann-json3-dev libcli11-dev)
 test=("${build[@]}" libgtest-dev)
 check=("${test[@]}" clang libclang-rt-14-dev clang-format clang-tidy git shellcheck)
+armv7=("${build[@]}" g++-arm-linux-gnueabihf qemu-user)
+package=("${build[@]}" clang dpkg-dev file lintian systemd)
+abi=("${build[@]}" abigail-tools)
+tsan=("${test[@]}" dpkg-dev)
+bench=("${build[@]}" libbenchmark-dev gnuplot-nox python3 valgrind)
 
 case "${1:-}" in
     build) wanted=("${build[@]}") ;;
     test) wanted=("${test[@]}") ;;
     check) wanted=("${check[@]}") ;;
+    armv7) wanted=("${armv7[@]}") ;;
+    package) wanted=("${package[@]}") ;;
+    abi) wanted=("${abi[@]}") ;;
+    tsan) wanted=("${tsan[@]}") ;;
+    bench) wanted=("${bench[@]}") ;;
     *)
-        echo "usage: $0 build|test|check" >&2
+        echo "usage: $0 build|test|check|armv7|package|abi|tsan|bench" >&2
         exit 2
         ;;
 esac

@@ -11,6 +11,7 @@ namespace
 {
 
 const std::string kTag = "[ipc::ZmqServerConnector] ";
+const StatusCode kNoMemory = MakeStatusCodeFromErrno(ENOMEM);
 const std::string kTrace = "[ipc::ZmqServerConnector][trace] ";
 
 void Echo(const ByteVector& request, ByteVector& response) { response = request; }
@@ -118,6 +119,7 @@ TEST_F(ServerThread, MakesItsCallsInOrderAndClosesEachSocketOnTheThreadThatMadeI
     ASSERT_EQ(server.StartListening(), StatusCode::Success);
     std::locale::global(usual);
     EXPECT_EQ(server.StartListening(), StatusCode::Success); // listens already
+    EXPECT_EQ(faults::Recorded("zmq_socket ").size(), 3U);
     Lines calls = faults::Recorded();
     calls.resize(9); // polling follows
     for (std::string& call : calls) call = std::regex_replace(call, std::regex("/[0-9]+$"), "/#");
@@ -180,10 +182,10 @@ TEST_F(ServerThread, FailedStopIsCompletedByTheNextStart)
     {
         StartAndRegister();
         faults::Fail(function, ENOMEM);
-        EXPECT_EQ(server.StopListening(), MakeStatusCodeFromErrno(ENOMEM));
+        EXPECT_EQ(server.StopListening(), kNoMemory);
         Stop(); // listens no more
         faults::Fail(function, ENOMEM);
-        EXPECT_EQ(server.StartListening(), MakeStatusCodeFromErrno(ENOMEM));
+        EXPECT_EQ(server.StartListening(), kNoMemory);
         const std::string line = function == "zmq_socket"
                                      ? kTag + "Failed to create socket of type 1, 12"
                                      : kTag + "Failed to bind socket " + server.mControlEndpoint + ", 12";
@@ -196,14 +198,20 @@ TEST_F(ServerThread, FailedStopIsCompletedByTheNextStart)
 
 TEST_F(ServerThread, RefusedTerminateIsCompletedOnceItsContextHasEnded)
 {
-    for (const int error : {ENOMEM, 0})
+    using Row = std::tuple<bool, int, StatusCode>;
+    for (const auto& [isLate, error, status] : {Row{false, ENOMEM, kNoMemory},
+                                                {false, 0, StatusCode::Success},
+                                                {true, ENOMEM, kNoMemory},
+                                                {true, 0, StatusCode::Failure}})
     {
         zmq::context_t doomed;
         OnePriority unstoppable(folder.Endpoint("nobody"), doomed.handle(), "id");
         ASSERT_EQ(unstoppable.StartListening(), StatusCode::Success);
+        if (isLate) faults::Fail("zmq_bind", ENOMEM);
+        if (isLate) EXPECT_EQ(unstoppable.StopListening(), kNoMemory);
         faults::Fail("zmq_send", error);
-        EXPECT_EQ(unstoppable.StopListening(), MakeStatusCodeFromErrno(error));
-        EXPECT_EQ(log.Take(), Lines{kTag + "Failed to send TERMINATE signal on controller " + std::to_string(error)});
+        EXPECT_EQ(isLate ? unstoppable.StartListening() : unstoppable.StopListening(), status);
+        EXPECT_EQ(log.Take().back(), kTag + "Failed to send TERMINATE signal on controller " + std::to_string(error));
         doomed.shutdown();
         EXPECT_EQ(unstoppable.StartListening(), MakeStatusCodeFromErrno(ETERM));
         EXPECT_TRUE(log.Await("zmq_poll exited with error " + std::to_string(ETERM)));

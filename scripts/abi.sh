@@ -1,0 +1,36 @@
+#!/usr/bin/env bash
+# Fails when the library's binary interface for x86-64 is no longer that of abi/x86_64.abi: abi.sh, after
+# build.sh package. What was added is no failure. `abi.sh renew` takes today's interface as the reference.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+reference=abi/x86_64.abi
+library=build/package/src/libtolvo-ipc-transport.so
+case "$(uname -m):${1:-check}" in
+    x86_64:check | x86_64:renew) ;;
+    x86_64:*)
+        echo "usage: $0 [renew]" >&2
+        exit 2
+        ;;
+    *)
+        echo "$0: the reference is one for x86-64" >&2
+        exit 1
+        ;;
+esac
+
+scripts/setup.sh abi
+scripts/build.sh package tolvo-ipc-transport
+if [ "${1:-}" = renew ]; then
+    abidw --exported-interfaces-only --type-id-style hash \
+        --no-show-locs --no-corpus-path --no-comp-dir-path --no-elf-needed --out-file "$reference" "$library"
+    exit
+fi
+
+report=$(mktemp)
+trap 'rm -f "$report"' EXIT
+abidiff --exported-interfaces-only --no-added-syms --no-show-locs \
+    "$reference" "$library" >"$report" 2>&1 || {
+    cat "$report"
+    echo "The binary interface has changed. If that is meant: scripts/abi.sh renew (see CONTRIBUTING.md)"
+    exit 1
+}

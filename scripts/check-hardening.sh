@@ -1,0 +1,32 @@
+#!/usr/bin/env bash
+# Fails when an installed program or library of ours is not hardened, or looks for libraries in a fixed folder:
+# check-hardening.sh FILE...
+set -euo pipefail
+
+Missing()
+{
+    echo "$file: $1"
+    exit 1
+}
+
+(($# > 0))
+for file; do
+    header=$(readelf -hW "$file")
+    segments=$(readelf -lW "$file")
+    dynamic=$(readelf -dW "$file")
+    symbols=$(readelf --dyn-syms -W "$file")
+    grep -q 'Type: .*DYN' <<<"$header" || Missing "its addresses can't be randomised"
+    grep -q GNU_RELRO <<<"$segments" || Missing "no RELRO"
+    grep -q BIND_NOW <<<"$dynamic" || Missing "symbols are bound late, so RELRO is not full"
+    grep -qE 'GNU_STACK .* RW +0x' <<<"$segments" || Missing "executable stack"
+    ! grep -q TEXTREL <<<"$dynamic" || Missing "relocations in its code"
+    run_path=$(sed -nE 's/.*Library r(un)?path: \[(.*)\]/\2/p' <<<"$dynamic")
+    ! tr ':' '\n' <<<"${run_path:-\$ORIGIN}" | grep -qv "^\$ORIGIN" || Missing "run path $run_path"
+    case $file in
+        *libtolvo-foundation.so*) ;; # has no array to protect
+        *) grep -qE '__stack_chk_(fail|guard)' <<<"$symbols" || Missing "no stack protector" ;;
+    esac
+    case $file in
+        *libtolvo-basic-log.so*) grep -q __vsnprintf_chk <<<"$symbols" || Missing "_FORTIFY_SOURCE has no effect" ;;
+    esac
+done
