@@ -119,9 +119,7 @@ TEST_F(ServerThread, MakesItsCallsInOrderAndClosesEachSocketOnTheThreadThatMadeI
     ASSERT_EQ(server.StartListening(), StatusCode::Success);
     std::locale::global(usual);
     EXPECT_EQ(server.StartListening(), StatusCode::Success); // listens already
-    EXPECT_EQ(faults::Recorded("zmq_socket ").size(), 3U);
-    Lines calls = faults::Recorded();
-    calls.resize(9); // polling follows
+    Lines calls = faults::Recorded("zmq_(socket|connect|setsockopt|bind)");
     for (std::string& call : calls) call = std::regex_replace(call, std::regex("/[0-9]+$"), "/#");
     EXPECT_EQ(calls, (Lines{"zmq_socket SUB", "zmq_connect inproc://server/control//#",
                             "zmq_setsockopt " + std::to_string(ZMQ_SUBSCRIBE), "zmq_socket DEALER",
@@ -198,20 +196,17 @@ TEST_F(ServerThread, FailedStopIsCompletedByTheNextStart)
 
 TEST_F(ServerThread, RefusedTerminateIsCompletedOnceItsContextHasEnded)
 {
-    using Row = std::tuple<bool, int, StatusCode>;
-    for (const auto& [isLate, error, status] : {Row{false, ENOMEM, kNoMemory},
-                                                {false, 0, StatusCode::Success},
-                                                {true, ENOMEM, kNoMemory},
-                                                {true, 0, StatusCode::Failure}})
+    for (const auto& [isLate, error] : {std::pair(false, ENOMEM), {false, 0}, {true, ENOMEM}, {true, 0}})
     {
+        const StatusCode status = isLate && error == 0 ? StatusCode::Failure : MakeStatusCodeFromErrno(error);
         zmq::context_t doomed;
         OnePriority unstoppable(folder.Endpoint("nobody"), doomed.handle(), "id");
         ASSERT_EQ(unstoppable.StartListening(), StatusCode::Success);
         if (isLate) faults::Fail("zmq_bind", ENOMEM);
-        if (isLate) EXPECT_EQ(unstoppable.StopListening(), kNoMemory);
+        EXPECT_TRUE(!isLate || unstoppable.StopListening() == kNoMemory);
         faults::Fail("zmq_send", error);
         EXPECT_EQ(isLate ? unstoppable.StartListening() : unstoppable.StopListening(), status);
-        EXPECT_EQ(log.Take().back(), kTag + "Failed to send TERMINATE signal on controller " + std::to_string(error));
+        EXPECT_TRUE(log.Await(kTag + "Failed to send TERMINATE signal on controller " + std::to_string(error)));
         doomed.shutdown();
         EXPECT_EQ(unstoppable.StartListening(), MakeStatusCodeFromErrno(ETERM));
         EXPECT_TRUE(log.Await("zmq_poll exited with error " + std::to_string(ETERM)));

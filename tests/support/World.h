@@ -81,7 +81,6 @@ struct World
 
     StatusCode Await() { return dealer.WaitForResponse(frontEnd.inside.handle(), subscriber.handle(), response, 0); }
 
-    /// Gives the wire that it has read.
     Wire& Burst(unsigned short limit)
     {
         one.ReadAndProcessBurstOfRequests(frontEnd.inside.handle(), limit);
