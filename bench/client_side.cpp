@@ -99,9 +99,9 @@ private:
 void AddDealerClient()
 {
     for (const std::string transport : {"ipc", "inproc"})
-        Compare<DealerClient>({"dealer-client/" + transport, 5, 10, Clock::Processor}, {{"16", 16}}, transport);
+        Compare<DealerClient>({"dealer-client/" + transport, 5, 8, Clock::Processor}, {{"16", 16}}, transport);
 }
 
-void AddFifo() { Compare<Fifo>({"fifo", 5, 10, Clock::Processor}, {{"alone", 16, 0}, {"4-producers", 16, 4}}); }
+void AddFifo() { Compare<Fifo>({"fifo", 5, 8, Clock::Processor}, {{"alone", 16, 0}, {"4-producers", 16, 4}}); }
 
 } // namespace zeb::tolvo::bench

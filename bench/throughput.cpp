@@ -85,7 +85,7 @@ private:
 void AddThroughput()
 {
     constexpr int kSittings = 5;
-    constexpr int kRounds = 6;
+    constexpr int kRounds = 5;
     const std::vector<Parameters> cases = {{"1x16", 16, 1},         {"16x16", 16, 16},      {"500x16", 16, 500},
                                            {"900x16", 16, 900},     {"1x1024", 1024, 1},    {"16x1024", 1024, 16},
                                            {"500x1024", 1024, 500}, {"900x1024", 1024, 900}};
@@ -96,7 +96,7 @@ void AddThroughput()
 void AddConnectors()
 {
     constexpr int kSittings = 5;
-    constexpr int kRounds = 7;
+    constexpr int kRounds = 6;
     for (const std::string transport : {"ipc", "inproc"})
     {
         for (const std::size_t count : {1U, 10U, 100U})

@@ -40,6 +40,19 @@ TEST_F(Clients, PersistentConnectsOnFirstUseOnlyAndThenSetsLinger)
                                          "zmq_send first", "zmq_poll 1", "zmq_send second", "zmq_poll 1"}));
 }
 
+TEST_F(Clients, PersistentReadsNoErrorNumberForASuppressedLine)
+{
+    for (const int level : {3, 2})
+    {
+        log.SetLevel(level);
+        ipc::ZmqClientConnector client(kService, mode, context.handle());
+        faults::Fail("zmq_setsockopt", ENOMEM);
+        faults::Record();
+        EXPECT_EQ(client.SendRequest({}, response, 0), StatusCode::TimedOut);
+        EXPECT_EQ(faults::Recorded("zmq_errno").size(), level == 3 ? 1U : 0U);
+    }
+}
+
 TEST_F(Clients, OfTheFactoryAreIndependentAndGiveTheirDescriptorsBack)
 {
     const TempFolder folder;
