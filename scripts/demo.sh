@@ -122,7 +122,8 @@ exec {both}>&-
 Title "Building in build/release"
 cd "$root"
 Run cmake --preset release >>"$folder/log"
-Run cmake --build --preset release >>"$folder/log"
+Run cmake --build --preset release --target tolvo-quillmere tolvo-ipc-call device_status_service alarm_service \
+    interruptible_caller event_loop hello_service hello_client >>"$folder/log"
 : >"$folder/log"
 quillmere=$build/tools/quillmere/tolvo-quillmere
 call=$build/tools/ipc-call/tolvo-ipc-call

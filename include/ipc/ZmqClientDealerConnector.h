@@ -19,8 +19,8 @@ namespace zeb::tolvo::ipc
 /// Any number of threads may call `SendRequest` at the same time; the context must stay alive while one does. Its
 /// sockets keep ZeroMQ's default linger: a request that nobody has taken makes the end of the context wait for ever, so
 /// end a context with `ZMQ_BLOCKY` switched off where a service may be gone for good. An `inproc` endpoint that nobody
-/// binds keeps a descriptor for every request until somebody does: use `inproc` endpoints that are bound, or another
-/// transport.
+/// binds keeps a descriptor for every request until somebody does, and so does an `inproc` publisher that is never
+/// used: ZeroMQ lets go of closed subscribers when it sends or is asked for its `ZMQ_EVENTS`.
 class TOLVO_IPC_EXPORT ZmqClientDealerConnector
 {
 public:
