@@ -1,34 +1,31 @@
 #!/usr/bin/env bash
 # Installs from Debian what is missing: setup.sh build | test | check, each with what the one before needs; or
-# setup.sh armv7 | package | abi | tsan | bench, with what building needs.
+# setup.sh armv7 | package | abi | tsan | bench | soak | memcheck | fuzz | docs | guide, with what building needs.
 set -euo pipefail
 
-build=(g++ cmake ninja-build pkg-config libzmq3-dev cppzmq-dev nlohmann-json3-dev libcli11-dev)
-test=("${build[@]}" libgtest-dev)
-check=("${test[@]}" clang libclang-rt-14-dev clang-format clang-tidy git shellcheck)
-armv7=("${build[@]}" g++-arm-linux-gnueabihf qemu-user)
-package=("${build[@]}" clang dpkg-dev file lintian systemd)
-abi=("${build[@]}" abigail-tools)
-tsan=("${test[@]}" dpkg-dev)
-bench=("${build[@]}" libbenchmark-dev gnuplot-nox python3 valgrind)
+declare -A packages
+packages[build]="g++ cmake ninja-build pkg-config libzmq3-dev cppzmq-dev nlohmann-json3-dev libcli11-dev"
+packages[test]="${packages[build]} libgtest-dev iproute2 socat"
+packages[check]="${packages[test]} clang libclang-rt-14-dev clang-format clang-tidy git shellcheck"
+packages[armv7]="${packages[build]} g++-arm-linux-gnueabihf qemu-user"
+packages[package]="${packages[build]} clang dpkg-dev file lintian systemd"
+packages[abi]="${packages[build]} abigail-tools"
+packages[tsan]="${packages[test]} dpkg-dev"
+packages[bench]="${packages[build]} libbenchmark-dev gnuplot-nox python3 valgrind"
+packages[soak]="${packages[build]} python3"
+packages[memcheck]="${packages[test]} valgrind"
+packages[fuzz]="${packages[build]} clang libclang-rt-14-dev"
+packages[docs]="${packages[build]} doxygen graphviz mandoc"
+packages[guide]="${packages[build]} python3 python3-zmq"
 
-case "${1:-}" in
-    build) wanted=("${build[@]}") ;;
-    test) wanted=("${test[@]}") ;;
-    check) wanted=("${check[@]}") ;;
-    armv7) wanted=("${armv7[@]}") ;;
-    package) wanted=("${package[@]}") ;;
-    abi) wanted=("${abi[@]}") ;;
-    tsan) wanted=("${tsan[@]}") ;;
-    bench) wanted=("${bench[@]}") ;;
-    *)
-        echo "usage: $0 build|test|check|armv7|package|abi|tsan|bench" >&2
-        exit 2
-        ;;
-esac
+wanted=${packages[${1:-none}]:-}
+if [ -z "$wanted" ]; then
+    echo "usage: $0 build|test|check|armv7|package|abi|tsan|bench|soak|memcheck|fuzz|docs|guide" >&2
+    exit 2
+fi
 
 missing=()
-for package in "${wanted[@]}"; do
+for package in $wanted; do
     [ "$(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null)" = installed ] || missing+=("$package")
 done
 [ ${#missing[@]} -eq 0 ] && exit 0
