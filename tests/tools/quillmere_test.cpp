@@ -37,7 +37,7 @@ protected:
             prctl(PR_SET_PDEATHSIG, SIGKILL); // it outlives no test, however that ends
             dup2(dup2(ends[1], STDOUT_FILENO), STDERR_FILENO);
             execl(TOLVO_QUILLMERE, TOLVO_QUILLMERE, "--servers", servers.c_str(), "--clients", clients.c_str(),
-                  nullptr);
+                  "--trace", nullptr);
             _exit(127);
         }
         close(ends[1]);
@@ -106,6 +106,9 @@ TEST_F(Quillmere, BothPrioritiesAnswerBodiesOfEverySize)
     Serve("a\0b"s, "K\xc3\xb6ln 2", ipc::ServerType::TwoPriorities);
     for (const std::string address : {"K\xc3\xb6ln 2", "RTK\xc3\xb6ln 2"})
         for (const std::string& body : {""s, "\0\xff"s, std::string(8 << 20, '\x80')}) ExpectEcho(address, body);
+    for (const char* line : {" <- ", " -> "}) EXPECT_TRUE(AwaitLine(line));
+    kill(process, SIGUSR1);
+    EXPECT_TRUE(AwaitLine("      3        3       0       0 "));
 }
 
 TEST_F(Quillmere, ServiceReplacesItsLingeringConnectionAndComesBackAfterAKill)

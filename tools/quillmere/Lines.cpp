@@ -2,7 +2,10 @@
 
 #include <zebl/RootLogger.h>
 
+#include <cerrno>
 #include <cstddef>
+#include <system_error>
+#include <unistd.h>
 
 namespace zeb::tolvo::desk
 {
@@ -12,32 +15,58 @@ namespace
 
 constexpr std::size_t kLongestShown = 255;
 
-void Print(TolvoLogLevel level, const std::string& line)
+void PrintError(TolvoLogLevel level, const std::string& line)
 {
     zebl::Log::RootLogger::GetInstance().Print(level, "tolvo-quillmere: %s", line.c_str());
 }
 
 } // namespace
 
-std::string Quote(std::string_view name)
+std::string Escape(std::string_view name)
 {
-    constexpr std::string_view kDigits = "0123456789abcdef";
-    std::string quoted = "\"";
-    for (const char character : name.substr(0, kLongestShown))
+    std::string escaped;
+    for (const char& character : name.substr(0, kLongestShown))
     {
-        const auto byte = static_cast<unsigned char>(character);
-        if (byte >= ' ' && byte <= '~' && byte != '"' && byte != '\\')
-            quoted += character;
+        if (character >= ' ' && character <= '~' && character != '"' && character != '\\')
+            escaped += character;
         else
-            quoted.append("\\x").append(1, kDigits[byte / 16]).append(1, kDigits[byte % 16]);
+            escaped.append("\\x").append(Hex({&character, 1}));
     }
-    return quoted.append(name.size() > kLongestShown ? "...\"" : "\"");
+    return name.size() > kLongestShown ? escaped.append("...") : escaped;
 }
 
-void Note(const std::string& line) { Print(TolvoLogLevel::Notice, line); }
+std::string Quote(std::string_view name) { return '"' + Escape(name) + '"'; }
 
-void Warn(const std::string& line) { Print(TolvoLogLevel::Warning, line); }
+std::string Hex(std::string_view bytes)
+{
+    constexpr std::string_view kDigits = "0123456789abcdef";
+    std::string digits;
+    for (const char character : bytes)
+    {
+        const auto byte = static_cast<unsigned char>(character);
+        digits.append(1, kDigits[byte / 16]).append(1, kDigits[byte % 16]);
+    }
+    return digits;
+}
 
-void Complain(const std::string& line) { Print(TolvoLogLevel::Error, line); }
+void Note(const std::string& line) { PrintError(TolvoLogLevel::Notice, line); }
+
+void Warn(const std::string& line) { PrintError(TolvoLogLevel::Warning, line); }
+
+void Complain(const std::string& line) { PrintError(TolvoLogLevel::Error, line); }
+
+void Print(std::string_view lines)
+{
+    while (!lines.empty())
+    {
+        const ssize_t written = write(STDOUT_FILENO, lines.data(), lines.size());
+        if (written >= 0)
+            lines.remove_prefix(static_cast<std::size_t>(written));
+        else if (errno == EPIPE)
+            throw OutputClosed();
+        else if (errno != EINTR)
+            throw std::system_error(errno, std::generic_category(), "standard output");
+    }
+}
 
 } // namespace zeb::tolvo::desk

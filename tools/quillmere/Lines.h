@@ -6,12 +6,29 @@
 namespace zeb::tolvo::desk
 {
 
-/// A name from the wire for a line: in quotes, every byte but printable ASCII as \xHH, cut when it is long.
+/// A name from the wire for a line: every byte but printable ASCII as \xHH, quotes and backslashes too; cut when it is
+/// long.
+std::string Escape(std::string_view name);
+
+/// The same in quotes.
 std::string Quote(std::string_view name);
+
+/// Two lower-case digits for each byte.
+std::string Hex(std::string_view bytes);
 
 /// Each writes one line to standard error.
 void Note(const std::string& line);
 void Warn(const std::string& line);
 void Complain(const std::string& line);
+
+/// Nobody reads standard output any more.
+struct OutputClosed
+{
+};
+
+/// Writes to standard output, all at once.
+/// @throws OutputClosed
+/// @throws std::system_error
+void Print(std::string_view lines);
 
 } // namespace zeb::tolvo::desk

@@ -27,22 +27,22 @@ Request* RequestOrder::Next(TimePoint now)
     return mWaiting.empty() || mUnderWay.size() >= kMostUnderWay ? nullptr : &mWaiting.front();
 }
 
-void RequestOrder::Sent()
+void RequestOrder::Sent(TimePoint now)
 {
-    mUnderWay.push_back(std::move(mWaiting.front().client));
+    mUnderWay.push_back({std::move(mWaiting.front().client), now});
     mWaiting.pop_front();
 }
 
 void RequestOrder::Drop() { mWaiting.pop_front(); }
 
-std::optional<std::string> RequestOrder::TakeReply(TimePoint now)
+std::optional<RequestUnderWay> RequestOrder::TakeReply(TimePoint now)
 {
     // Whatever the clock says, a hold lasts until `Next` has ended it: this frame may have been sent before.
     if (mHeldUntil) mHeldUntil = now + mQuietTime;
     if (mUnderWay.empty()) return std::nullopt;
-    std::optional<std::string> client = std::move(mUnderWay.front());
+    RequestUnderWay request = std::move(mUnderWay.front());
     mUnderWay.pop_front();
-    return client;
+    return request;
 }
 
 } // namespace zeb::tolvo::desk

@@ -17,6 +17,13 @@ struct Request
     zmq::message_t body;
 };
 
+/// A request that its server has not answered yet.
+struct RequestUnderWay
+{
+    std::string client; ///< routing id
+    std::chrono::steady_clock::time_point sent;
+};
+
 /// Whose turn the next reply of one server is.
 ///
 /// Requests and replies carry no number, so a reply belongs to the oldest request under way. A server on a fresh
@@ -48,14 +55,17 @@ public:
     Request* Next(TimePoint now);
 
     /// The request that `Next` returned is under way.
-    void Sent();
+    void Sent(TimePoint now);
 
     /// The request that `Next` returned can't be sent.
     void Drop();
 
     /// The server has sent a frame that is no registration. It prolongs the hold.
-    /// @return the client that it answers, if any.
-    std::optional<std::string> TakeReply(TimePoint now);
+    /// @return the request that it answers, if any.
+    std::optional<RequestUnderWay> TakeReply(TimePoint now);
+
+    /// @return the number of requests that have no reply yet.
+    std::size_t Unanswered() const { return mWaiting.size() + mUnderWay.size(); }
 
     /// @return when `Next` must be asked again at the latest; nothing when no hold is on.
     std::optional<TimePoint> HeldUntil() const { return mHeldUntil; }
@@ -64,7 +74,7 @@ private:
     Duration mQuietTime;
     std::optional<TimePoint> mHeldUntil;
     std::deque<Request> mWaiting;
-    std::deque<std::string> mUnderWay; // routing ids of the clients
+    std::deque<RequestUnderWay> mUnderWay;
 };
 
 } // namespace zeb::tolvo::desk

@@ -14,11 +14,29 @@ namespace zeb::tolvo::desk
 namespace
 {
 
+bool HasTransport(const std::string& endpoint, std::string_view transport)
+{
+    return endpoint.compare(0, transport.size(), transport) == 0;
+}
+
 /// @return empty when the transport is not ipc.
 std::string PathOf(const std::string& endpoint)
 {
     constexpr std::string_view kIpc = "ipc://";
-    return endpoint.compare(0, kIpc.size(), kIpc) == 0 ? endpoint.substr(kIpc.size()) : std::string();
+    return HasTransport(endpoint, kIpc) ? endpoint.substr(kIpc.size()) : std::string();
+}
+
+/// A tcp peer whose machine or link has gone sends no sign of it, and one that only waits for requests would never
+/// look. These make both ends look: a peer closes a connection on which nothing came for the time to live, and connects
+/// anew.
+void SendHeartbeats(zmq::socket_t& socket)
+{
+    constexpr int kIntervalMs = 1000;
+    constexpr int kTimeoutMs = 2000;
+    constexpr int kTimeToLiveMs = 3000;
+    socket.set(zmq::sockopt::heartbeat_ivl, kIntervalMs);
+    socket.set(zmq::sockopt::heartbeat_timeout, kTimeoutMs);
+    socket.set(zmq::sockopt::heartbeat_ttl, kTimeToLiveMs);
 }
 
 } // namespace
@@ -33,6 +51,7 @@ Router::Router(zmq::context_t& context, const std::string& endpoint)
     mSocket.set(zmq::sockopt::router_handover, true); // a restarted peer takes its identity back
     mSocket.set(zmq::sockopt::router_mandatory, true);
     mSocket.set(zmq::sockopt::linger, 0);
+    if (HasTransport(endpoint, "tcp://")) SendHeartbeats(mSocket);
     try
     {
         mSocket.bind(endpoint);

@@ -1,8 +1,9 @@
 #pragma once
 
+#include "quillmere/Message.h"
+
 #include <zmq.hpp>
 
-#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -12,15 +13,8 @@
 namespace zeb::tolvo::desk
 {
 
-/// What a router has received.
-struct Message
-{
-    zmq::message_t sender;
-    zmq::message_t body;    ///< the first frame after the sender's; the others are not kept
-    std::size_t frames = 0; ///< number of frames after the sender's
-};
-
-/// A bound ZeroMQ router. It owns the socket file of an ipc endpoint: ZeroMQ leaves that behind.
+/// A bound ZeroMQ router. It owns the socket file of an ipc endpoint: ZeroMQ leaves that behind. A tcp peer and it
+/// notice within seconds that the other is gone, however silently.
 class Router
 {
 public:

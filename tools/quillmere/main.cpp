@@ -2,12 +2,13 @@
 #include "common/StandardDescriptors.h"
 #include "quillmere/Lines.h"
 #include "quillmere/RegistrationService.h"
-#include "quillmere/StopSignals.h"
+#include "quillmere/Report.h"
+#include "quillmere/Signals.h"
 
 #include <chrono>
+#include <csignal>
 #include <exception>
 #include <filesystem>
-#include <iostream>
 #include <string>
 
 namespace
@@ -17,42 +18,65 @@ using namespace zeb::tolvo::desk;
 
 constexpr int kUsualQuietMs = 200;
 
-void Serve(const std::string& servers, const std::string& clients, std::chrono::milliseconds quietTime)
+struct Options
+{
+    std::string servers;
+    std::string clients;
+    int quietMs = kUsualQuietMs;
+    bool isTracing = false;
+};
+
+void PrintPassage(const Passage& passage) { Print(TraceLine(passage, std::chrono::system_clock::now()) + '\n'); }
+
+void Serve(const Options& options)
 {
     RequireStandardDescriptors();
-    const StopSignals stop;
+    static_cast<void>(std::signal(SIGPIPE, SIG_IGN)); // a closed output must not leave sockets behind
+    const Signals signals;
     zmq::context_t context;
-    RegistrationService service(context, servers, clients, quietTime);
-    std::cout << "tolvo-quillmere: serving " << servers << ", clients in "
-              << std::filesystem::absolute(clients).native() << std::endl;
-    service.Run(stop.GetDescriptor());
+    RegistrationService service(context, options.servers, options.clients, std::chrono::milliseconds(options.quietMs),
+                                options.isTracing ? PrintPassage : Tracer());
+    Print("tolvo-quillmere: serving " + options.servers + ", clients in " +
+          std::filesystem::absolute(options.clients).native() + '\n');
+    int signal = SIGUSR1;
+    while (signal == SIGUSR1)
+    {
+        service.Run(signals.GetDescriptor());
+        signal = signals.Take();
+        Print(Table(service.Report()));
+    }
 }
 
 } // namespace
 
 int main(int argc, char** argv)
 {
-    std::string servers;
-    std::string clients;
-    int quietMs = kUsualQuietMs;
+    Options options;
     CLI::App app("The registration service for a desk, where no device is at hand: services register at ENDPOINT, and\n"
                  "clients reach each of them at its address in DIRECTORY. A desk tool; a device has its own.",
                  "tolvo-quillmere");
-    app.add_option("--servers", servers, "ZeroMQ endpoint for the services, such as ipc:///tmp/desk/servers")
+    app.add_option("--servers", options.servers, "ZeroMQ endpoint for the services, such as ipc:///tmp/desk/servers")
         ->required()
         ->type_name("ENDPOINT");
-    app.add_option("--clients", clients, "existing directory; address A is served at ipc://DIRECTORY/A")
+    app.add_option("--clients", options.clients, "existing directory; address A is served at ipc://DIRECTORY/A")
         ->required()
         ->type_name("DIRECTORY");
-    app.add_option("--quiet", quietMs, "how long a service must be silent after it registered, before it gets requests")
+    app.add_option("--quiet", options.quietMs,
+                   "how long a service must be silent after it registered, before it gets requests")
         ->check(CLI::NonNegativeNumber)
         ->capture_default_str()
         ->type_name("MS");
+    app.add_flag("--trace", options.isTracing, "write a line for each frame that passes");
+    app.footer("SIGUSR1 makes it write a table of the services and their requests; the end does so too.");
     if (const auto exitCode = ParseCommandLine(app, argc, argv)) return *exitCode;
 
     try
     {
-        Serve(servers, clients, std::chrono::milliseconds(quietMs));
+        Serve(options);
+        return 0;
+    }
+    catch (const OutputClosed&)
+    {
         return 0;
     }
     catch (const std::exception& failure)

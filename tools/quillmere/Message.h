@@ -1,0 +1,18 @@
+#pragma once
+
+#include <zmq.hpp>
+
+#include <cstddef>
+
+namespace zeb::tolvo::desk
+{
+
+/// What a router has received.
+struct Message
+{
+    zmq::message_t sender;
+    zmq::message_t body;    ///< the first frame after the sender's; the others are not kept
+    std::size_t frames = 0; ///< number of frames after the sender's
+};
+
+} // namespace zeb::tolvo::desk

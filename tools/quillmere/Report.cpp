@@ -1,0 +1,137 @@
+#include "quillmere/Report.h"
+
+#include "quillmere/Lines.h"
+
+#include <algorithm>
+#include <array>
+#include <ctime>
+#include <iomanip>
+#include <optional>
+#include <sstream>
+#include <string_view>
+
+namespace zeb::tolvo::desk
+{
+
+namespace
+{
+
+constexpr std::size_t kColumns = 79;
+
+std::string TimeOfDay(std::chrono::system_clock::time_point now)
+{
+    const auto sinceEpoch = std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch());
+    const std::time_t seconds = std::chrono::system_clock::to_time_t(now);
+    std::tm local{};
+    localtime_r(&seconds, &local);
+    std::ostringstream text;
+    text << std::put_time(&local, "%H:%M:%S.") << std::setfill('0') << std::setw(3) << sinceEpoch.count() % 1000;
+    return text.str();
+}
+
+/// A routing id that ZeroMQ made is a zero byte and a number.
+std::string ClientName(std::string_view client)
+{
+    constexpr std::size_t kMade = 5;
+    return client.size() == kMade && client.front() == '\0' ? Hex(client.substr(1)) : Escape(client);
+}
+
+/// @return nothing when `body` holds something else than printable ASCII and white space.
+std::optional<std::string> Text(std::string_view body)
+{
+    constexpr std::string_view kSpaces = "\n\r\t";
+    constexpr std::string_view kLetters = "nrt";
+    std::string text;
+    for (const char character : body)
+    {
+        const std::size_t space = kSpaces.find(character);
+        if (space != std::string_view::npos)
+            text.append("\\").append(1, kLetters[space]);
+        else if (character >= ' ' && character <= '~')
+            text += character;
+        else
+            return std::nullopt;
+    }
+    return text;
+}
+
+/// The beginning of a body: text in quotes, anything else as hexadecimal digits.
+std::string Preview(std::string_view body, std::size_t columns)
+{
+    constexpr std::string_view kMore = "...";
+    const std::string_view beginning = body.substr(0, columns);
+    const std::optional<std::string> text = Text(beginning);
+    std::string shown = text ? '"' + *text + '"' : "0x" + Hex(beginning);
+    if (beginning.size() < body.size() || shown.size() > columns)
+    {
+        shown.resize(columns - kMore.size());
+        shown += kMore;
+    }
+    return shown;
+}
+
+} // namespace
+
+std::string TraceLine(const Passage& passage, std::chrono::system_clock::time_point now)
+{
+    constexpr int kNameWidth = 16;
+    constexpr int kPeerWidth = 12;
+    constexpr int kSizeWidth = 8;
+    constexpr int kTimeWidth = 12;
+    constexpr std::size_t kLeastPreview = 16;
+
+    std::ostringstream line;
+    line << TimeOfDay(now) << ' ' << std::left << std::setw(kNameWidth) << Escape(passage.name);
+    switch (passage.kind)
+    {
+    case Passage::Kind::Registration:
+        line << std::setw(kPeerWidth) << " registers";
+        break;
+    case Passage::Kind::Request:
+        line << std::setw(kPeerWidth) << " <- " + ClientName(passage.client);
+        break;
+    case Passage::Kind::Reply:
+        line << std::setw(kPeerWidth) << " -> " + ClientName(passage.client);
+        break;
+    }
+    line << std::right << std::setw(kSizeWidth) << passage.body.size() << std::setw(kTimeWidth)
+         << (passage.kind == Passage::Kind::Reply ? Milliseconds(passage.answerTime) + " ms" : "") << ' ';
+    const std::size_t used = line.str().size();
+    line << Preview(passage.body, std::max(kColumns - std::min(used, kColumns), kLeastPreview));
+    return line.str();
+}
+
+std::string Table(const std::vector<ServerReport>& reports)
+{
+    using Row = std::array<std::string, 8>;
+    constexpr std::size_t kNames = 2; // the first columns, aligned to the left
+
+    std::vector<Row> rows{{"address", "identity", "passed", "answered", "dropped", "waiting", "median ms", "worst ms"}};
+    for (const ServerReport& report : reports)
+    {
+        rows.push_back({Escape(report.address), Escape(report.identity), std::to_string(report.passed),
+                        std::to_string(report.answered), std::to_string(report.dropped), std::to_string(report.waiting),
+                        Milliseconds(report.median), Milliseconds(report.worst)});
+    }
+
+    std::array<std::size_t, std::tuple_size_v<Row>> widths{};
+    for (const Row& row : rows)
+    {
+        std::transform(row.begin(), row.end(), widths.begin(), widths.begin(),
+                       [](const std::string& cell, std::size_t width) { return std::max(cell.size(), width); });
+    }
+
+    std::ostringstream table;
+    for (const Row& row : rows)
+    {
+        for (std::size_t column = 0; column < row.size(); ++column)
+        {
+            table << (column == 0 ? "" : " ") << (column < kNames ? std::left : std::right)
+                  << std::setw(static_cast<int>(widths[column])) << row[column];
+        }
+        table << '\n';
+    }
+    return table.str();
+}
+
+} // namespace zeb::tolvo::desk

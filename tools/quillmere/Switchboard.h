@@ -1,0 +1,133 @@
+#pragma once
+
+#include "common/AnswerTimes.h"
+#include "quillmere/Message.h"
+#include "quillmere/Registration.h"
+#include "quillmere/RequestOrder.h"
+
+#include <zmq.hpp>
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace zeb::tolvo::desk
+{
+
+/// The sockets of a switchboard.
+class Wires
+{
+public:
+    virtual ~Wires() = default;
+
+    /// Lets clients connect to an address. Addresses are known by their number from then on: 0, 1, 2, ...
+    /// @throws std::exception that tells why it can't be done; the number is then not used.
+    virtual void Bind(const std::string& address) = 0;
+
+    // Each returns 0, or the error number when the frame can't be sent now.
+    virtual int SendToServer(std::string_view identity, zmq::message_t body) = 0;
+    virtual int SendToClient(std::size_t address, std::string_view client, zmq::message_t body) = 0;
+};
+
+/// A frame that passes the switchboard.
+struct Passage
+{
+    enum class Kind
+    {
+        Registration,
+        Request,
+        Reply,
+    };
+
+    Kind kind;
+    std::string_view name;   ///< the address; of a registration the identity that it comes from
+    std::string_view client; ///< routing id; empty for a registration
+    std::string_view body;
+    AnswerTimes::Duration answerTime; ///< from the request's passing to this reply; zero for the other kinds
+};
+
+/// Told of each frame before it passes. What it is given is gone when it returns.
+using Tracer = std::function<void(const Passage&)>;
+
+/// What has become of the requests to one server. Those that came are the answered, the dropped and the waiting.
+struct ServerReport
+{
+    std::string address;
+    std::string identity;
+    std::uint64_t passed = 0;   ///< sent on to the server
+    std::uint64_t answered = 0; ///< by the server, whether or not the client was still there
+    std::uint64_t dropped = 0;  ///< nobody will answer them
+    std::uint64_t waiting = 0;  ///< for their turn or for the reply
+    AnswerTimes::Duration median{0};
+    AnswerTimes::Duration worst{0};
+};
+
+/// Who serves which address, and whose turn it is: passes each request to the server of its address and each reply to
+/// the client that it belongs to. Whatever a frame holds, the others stay in order.
+class Switchboard
+{
+public:
+    using TimePoint = RequestOrder::TimePoint;
+
+    /// @param wires must outlive the switchboard.
+    /// @param longestAddress number of bytes an address may have.
+    /// @param tracer may be empty.
+    Switchboard(Wires& wires, std::size_t longestAddress, std::chrono::milliseconds quietTime, Tracer tracer);
+
+    /// @param now when the wake-up began in which the message was taken.
+    void TakeFromServer(Message message, TimePoint now);
+    void TakeFromClient(std::size_t address, Message message, TimePoint now);
+
+    /// Sends requests to the servers whose quiet time is over. First take what the servers have sent.
+    void ReleaseHeld(TimePoint now);
+
+    /// @return when `ReleaseHeld` must be called at the latest; nothing when no request is held.
+    std::optional<TimePoint> NextRelease() const;
+
+    /// @return one for each identity that has ever registered.
+    std::vector<ServerReport> Report() const;
+
+private:
+    struct Server;
+
+    struct Address
+    {
+        std::string name;
+        Server* server; // of its servers the one that registered last
+    };
+
+    struct Server
+    {
+        std::string identity;
+        std::size_t address; // the same for life
+        RequestOrder order;
+        AnswerTimes answerTimes;
+        std::uint64_t passed = 0;
+        std::uint64_t answered = 0;
+        std::uint64_t dropped = 0;
+    };
+
+    void Register(std::string_view identity, const Registration& registration, TimePoint now);
+    Server& FindOrAddServer(std::string_view identity, const Registration& registration, TimePoint now);
+    std::size_t FindOrBindAddress(const std::string& name);
+    void Return(Server& server, Message reply, TimePoint now);
+    void Forward(Server& server, TimePoint now);
+    void Trace(Passage::Kind kind, std::string_view name, std::string_view client, const zmq::message_t& body,
+               AnswerTimes::Duration answerTime = {}) const;
+
+    Wires& mWires;
+    std::size_t mLongestAddress;
+    std::chrono::milliseconds mQuietTime;
+    Tracer mTracer;
+    std::vector<Address> mAddresses; // by number
+    std::map<std::string, Server, std::less<>> mServers;
+};
+
+} // namespace zeb::tolvo::desk
