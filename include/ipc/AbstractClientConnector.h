@@ -22,6 +22,7 @@ public:
     /// @param request copied; may be empty.
     /// @param response replaced by the reply on `Success`, otherwise left as it was.
     /// @param timeout milliseconds to wait for the reply; -1 waits without limit, 0 looks once.
+    /// @return `Success` when the request was answered.
     virtual StatusCode SendRequest(const ByteVector& request, ByteVector& response, int timeout) = 0;
 };
 

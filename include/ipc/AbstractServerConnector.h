@@ -21,9 +21,11 @@ public:
     AbstractServerConnector& operator=(const AbstractServerConnector&) = delete;
 
     /// Starts serving. See `ZmqServerConnector`.
+    /// @return `Success` when requests are being served.
     virtual StatusCode StartListening() = 0;
 
     /// Stops serving. See `ZmqServerConnector`.
+    /// @return `Success` when the server has stopped.
     virtual StatusCode StopListening() = 0;
 
     /// Sets the handler that turns a request into a response; an empty function removes it, and requests are then
@@ -32,13 +34,17 @@ public:
     /// The handler runs on the server thread, one request at a time, and finds `response` empty. It must not throw
     /// (the process ends in `std::terminate`), must not call `StopListening` or `StartListening` of its own server,
     /// and delays every other request, and a stop, for as long as it runs.
+    /// @param callback the handler, copied.
     void RegisterCallback(std::function<void(const ByteVector& request, ByteVector& response)> callback);
 
 protected:
+    /// Calls the handler; without one, logs that and leaves `response` as it is.
+    /// @param request what the client sent.
+    /// @param response what the client is to get; empty when it is passed in.
     void ProcessRequest(const ByteVector& request, ByteVector& response);
 
-    bool mIsListening;
-    std::function<void(const ByteVector& request, ByteVector& response)> mCallback;
+    bool mIsListening; ///< between a start that succeeded and the next stop
+    std::function<void(const ByteVector& request, ByteVector& response)> mCallback; ///< the handler, or empty
 };
 
 } // namespace zeb::tolvo::ipc

@@ -36,6 +36,7 @@ public:
 
     /// Queues a copy of `response` and makes the read end readable. Never blocks on the pipe: when it is full the
     /// response is queued without its byte.
+    /// @param response may be empty, but is then popped like one that was not there: ask `AreResponsesPending` first.
     void PushResponse(const ByteVector& response);
 
     /// Takes one byte out of the pipe and the oldest response out of the queue. Never blocks on the pipe.
@@ -46,6 +47,7 @@ public:
     /// @return the response; empty when none was queued.
     ByteVector GetResponse();
 
+    /// @return whether a response is queued, with its byte or without.
     bool AreResponsesPending();
 
     /// The descriptor to wait on for readability. The queue owns it: do not read or close it.
@@ -53,10 +55,12 @@ public:
     int GetReadFd() const { return mIsInitialized ? mPipeFds[0] : -1; }
 
 protected:
+    /// @cond internal
     std::deque<ByteVector> mResponses;
     std::mutex mMutex;
     int mPipeFds[2];
     bool mIsInitialized;
+    /// @endcond
 };
 
 } // namespace zeb::tolvo::ipc

@@ -31,6 +31,7 @@ public:
 
     /// Connects on first use, sends `request` as one frame and waits for one frame in return. The sending blocks when
     /// the socket can queue no more.
+    /// @param request,response,timeout as for `AbstractClientConnector`.
     /// @return
     /// - `Success`: `response` holds the reply. (A ZeroMQ call that fails with error number 0 counts as success too and
     ///   leaves `response` as it was.)
@@ -41,6 +42,7 @@ public:
     StatusCode SendRequest(const ByteVector& request, ByteVector& response, int timeout) override;
 
 protected:
+    /// @cond internal
     StatusCode WaitForResponse(ByteVector& response, int timeout);
 
     bool mIsConnected;
@@ -48,6 +50,7 @@ protected:
     void* mSocket;
     std::string mEndpoint;
     OperatingModeInterface& mOperatingMode;
+    /// @endcond
 };
 
 } // namespace zeb::tolvo::ipc

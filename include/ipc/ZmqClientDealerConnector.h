@@ -50,6 +50,7 @@ public:
     StatusCode SendRequest(const ByteVector& request, ByteVector& response, int timeout);
 
 protected:
+    /// @cond internal
     // A socket that was created is left in the out-parameter when a later step fails; the caller closes it.
     StatusCode CreateSocket(int type, void** socket);
     StatusCode Connect(void* socket, const std::string& endpoint);
@@ -59,6 +60,7 @@ protected:
     void* mContext;
     std::string mRequestEndpoint;
     std::string mInterruptEndpoint;
+    /// @endcond
 };
 
 } // namespace zeb::tolvo::ipc

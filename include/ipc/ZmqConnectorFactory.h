@@ -21,17 +21,20 @@ namespace zeb::tolvo::ipc
 class TOLVO_IPC_EXPORT ZmqConnectorFactory
 {
 public:
+    /// @return the factory, which is there from the loading of the library on.
     static ZmqConnectorFactory& GetInstance();
 
     ZmqConnectorFactory(const ZmqConnectorFactory&) = delete;
     ZmqConnectorFactory& operator=(const ZmqConnectorFactory&) = delete;
 
+    /// Creates a client that keeps one socket, a `ZmqClientConnector`.
     /// @param endpoint ZeroMQ endpoint of the service, for instance "ipc:///run/clients/status" or "tcp://host:port".
     /// @param operatingMode asked before each wait; must outlive the connector.
     /// @return a client owned by the caller; it connects on its first request.
     std::unique_ptr<AbstractClientConnector> CreateZmqClientConnector(const std::string& endpoint,
                                                                       OperatingModeInterface& operatingMode);
 
+    /// Creates a server that does not listen yet.
     /// @param endpoint ZeroMQ endpoint where the registration service receives servers.
     /// @param identity routing identity of the server, unique at that endpoint: 1 to 255 bytes of any value (253 for
     /// two priorities), the first one not zero.

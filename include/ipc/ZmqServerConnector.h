@@ -60,49 +60,84 @@ public:
     /// Sets the address under which the server registers each time its connection is established, again after the
     /// registration service restarted. Without it nothing is sent. Call it while the server is stopped. When it throws,
     /// for want of memory, what is sent is the message of before, or an empty one.
+    /// @param address where clients find the service: the registration service decides which addresses it takes.
     virtual void SetStartupMessage(const std::string& address);
 
 protected:
-    /// Called by `StartListening` before the thread is started; what is not `Success` is returned from there.
+    /// Called by `StartListening` before the thread is started, on the caller's thread.
+    /// @return what is not `Success` ends the start and is returned from there.
     virtual StatusCode PrepareToListen() = 0;
 
     /// Body of the server thread. Creates the sockets, sets `startup` exactly once on every path and does not touch
     /// it afterwards, serves when that was `Success` and calls `ReleasePendingSubscriber` when it was not, and closes
     /// every socket before it returns.
+    /// @param startup what `StartListening` waits for; gone soon after it was set.
     virtual void CreateSocketsAndRunServer(std::promise<StatusCode>& startup) = 0;
 
+    /// @cond internal
     StatusCode StartThread();
     void RunServerThread(std::promise<StatusCode>& startup);
     void StopProcessingMessages();
     StatusCode TerminateServerThread();
     void JoinServerThread();
+    /// @endcond
+
+    /// Makes ZeroMQ let go of the control socket of a start that failed. Call it on the server thread, before that
+    /// socket is closed.
     void ReleasePendingSubscriber();
 
     // A socket that was created is left in the out-parameter when a later step fails; the caller closes it.
+
+    /// @cond internal
     StatusCode CreateSocket(int type, void** socket);
     StatusCode Connect(void* socket, const std::string& endpoint);
     StatusCode Bind(void* socket, const std::string& endpoint);
     static StatusCode SetSocketOpt(void* socket, int option, const void* value, std::size_t size);
     static StatusCode SetSocketIdentity(void* socket, const std::string& identity);
+    /// @endcond
+
+    /// Creates the socket that is readable when the server is to stop.
+    /// @param[out] socket set when it was created, also when a later step fails; the caller closes it.
+    /// @return `Success`, or the ZeroMQ call's failure.
     StatusCode CreateControlSocket(void** socket);
 
+    /// Creates a `ZMQ_DEALER` that presents `identity` at the endpoint, and a socket that tells when it is connected.
+    /// @param[out] frontEnd,monitor each set when it was created, also when a later step fails; the caller closes them.
+    /// @param identity unique at the endpoint.
+    /// @return `Success`, `Failure` when the connection can't be watched, or the ZeroMQ call's failure.
     StatusCode CreateFrontEndSocket(void** frontEnd, void** monitor, const std::string& identity);
+    /// @cond internal
     StatusCode CreateMonitorSocket(void* socket, void** monitor);
-    void ProcessConnectionEvents(void* monitor, void* frontEnd, ByteVector& startupMessage);
-    StatusCode SendStartupMessage(void* socket, ByteVector& message);
+    /// @endcond
 
+    /// Takes one event and registers when the connection stands. Blocks unless `monitor` is readable.
+    /// @param monitor the front-end's monitor.
+    /// @param frontEnd where the registration is sent.
+    /// @param startupMessage the registration; not sent before `SetStartupMessage` was called.
+    void ProcessConnectionEvents(void* monitor, void* frontEnd, ByteVector& startupMessage);
+    /// @cond internal
+    StatusCode SendStartupMessage(void* socket, ByteVector& message);
+    /// @endcond
+
+    /// Answers requests that are queued, until there is none, a reply can't be queued or the server is to stop.
+    /// @param socket a front-end.
+    /// @param maxBurst how many at most, so that nothing else that is polled starves.
     void ReadAndProcessBurstOfRequests(void* socket, unsigned short maxBurst);
+    /// @cond internal
     bool ProcessAndSendReply(zmq_msg_t* message, int size, void* socket);
 
     std::string mEndpoint;
     std::string mControlEndpoint;
-    ByteVector mStartupMessage;
-    std::string mIdentity;
+    /// @endcond
+    ByteVector mStartupMessage; ///< the registration, empty until `SetStartupMessage` is called
+    std::string mIdentity;      ///< as given to the constructor
+    /// @cond internal
     std::atomic<bool> mProcessingMessages;
     std::thread mServerThread;
     void* mContext;
     bool mStartupMessageSet;
     bool mIsTerminateRefused; // ZeroMQ refused the stop's message: a second one could never arrive
+    /// @endcond
 };
 
 } // namespace zeb::tolvo::ipc

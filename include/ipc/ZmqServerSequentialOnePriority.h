@@ -10,13 +10,16 @@ class TOLVO_IPC_EXPORT ZmqServerSequentialOnePriority : public ZmqServerConnecto
 {
 public:
     /// As `ZmqServerConnector`.
+    /// @param endpoint,context,identity as there.
     ZmqServerSequentialOnePriority(const std::string& endpoint, void* context, const std::string& identity);
     ~ZmqServerSequentialOnePriority() override;
 
 protected:
     StatusCode PrepareToListen() override;
     void CreateSocketsAndRunServer(std::promise<StatusCode>& startup) override;
+    /// @cond internal
     void RunServer(void* frontEnd, void* monitor, void* control);
+    /// @endcond
 };
 
 } // namespace zeb::tolvo::ipc

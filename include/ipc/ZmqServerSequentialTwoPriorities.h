@@ -15,21 +15,25 @@ class TOLVO_IPC_EXPORT ZmqServerSequentialTwoPriorities : public ZmqServerConnec
 {
 public:
     /// As `ZmqServerConnector`, but the identity has at most 253 bytes.
+    /// @param endpoint,context,identity as there.
     /// @throws std::length_error when the identity is too long for a string that also holds "RT".
     ZmqServerSequentialTwoPriorities(const std::string& endpoint, void* context, const std::string& identity);
     ~ZmqServerSequentialTwoPriorities() override;
 
     /// Sets both addresses: the given one, and the one that starts with "RT".
+    /// @param address of the ordinary front-end.
     /// @throws std::length_error when the address is too long for a string that also holds "RT".
     void SetStartupMessage(const std::string& address) override;
 
 protected:
     StatusCode PrepareToListen() override;
     void CreateSocketsAndRunServer(std::promise<StatusCode>& startup) override;
+    /// @cond internal
     void RunServer(void* frontEnd, void* rtFrontEnd, void* monitor, void* rtMonitor, void* control);
 
     ByteVector mRtStartupMessage;
     std::string mRtIdentity;
+    /// @endcond
 };
 
 } // namespace zeb::tolvo::ipc

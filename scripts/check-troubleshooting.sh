@@ -1,0 +1,38 @@
+#!/usr/bin/env bash
+# Fails when docs/troubleshooting.md lacks a log line of src/ or has one that src/ doesn't, or when the documents disagree
+# about the statuses that there are.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+readonly table=docs/troubleshooting.md
+
+Sources() { find src \( -name '*.cpp' -o -name '*.h' \) ! -path src/common/Log.h ! -path src/common/Status.h -print0; }
+
+# The uses of the two macros, with a format that can be read if there is one.
+Uses()
+{
+    Sources | xargs -0 cat | tr '\n' ' ' |
+        grep -oE 'TOLVO_IPC_(LOG\( *kLog[A-Za-z]+, *|ZMQ_FAILURE\( *)("[^"\\]*",)?|TOLVO_IPC_(LOG|ZMQ_FAILURE)\('
+}
+
+# Rows TITLE FILE: the first cell of each row of the tables in the section TITLE, without their heads.
+Rows()
+{
+    awk -F ' *[|] *' -v title="$1" '/^(##|@section) / { inside = index($0, title) } !/^[|]/ { row = 0 }
+                                    inside && /^[|]/ && ++row > 2 { print $2 }' "$2"
+}
+
+# Same NAME NAME: two lists on descriptors 3 and 4 must be equal.
+Same() { diff --label "$1" --label "$2" -u /dev/fd/3 /dev/fd/4; }
+
+unreadable=$(Uses | grep -vE '"[^"]+",$' || true)
+[ -z "$unreadable" ] || {
+    printf 'A log line whose format is no single literal:\n%s\n' "$unreadable"
+    exit 1
+}
+# shellcheck disable=SC2016 # Markdown's marks of code
+Same src "$table" 3< <(Uses | sed -E 's/^[^"]*" ?(.*)",$/\1/' | sort -u) \
+    4< <(Rows "Log lines" "$table" | grep -oE '`[^`]+`' | tr -d '`' | sort)
+for document in "$table" docs/reference.dox; do
+    Same README.md "$document" 3< <(Rows Statuses README.md) 4< <(Rows Statuses "$document")
+done
