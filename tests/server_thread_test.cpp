@@ -226,7 +226,7 @@ TEST_F(ServerThread, RestartsAnswerFrameForFrameAndStopEachTime)
     }
 }
 
-// Threads whose numbers come again, failed starts between the good ones, all on one context.
+// Threads whose numbers come again, failed starts between the good ones, 32 servers of both kinds on one context.
 TEST_F(ServerThread, OwnersOnEightThreadsDoNotDisturbEachOther)
 {
     log.SetLevel(2);
@@ -235,26 +235,81 @@ TEST_F(ServerThread, OwnersOnEightThreadsDoNotDisturbEachOther)
         const std::string own = folder.Endpoint("owner" + std::to_string(owner));
         zmq::context_t elsewhere;
         Peer registry(elsewhere, zmq::socket_type::router, own);
-        const auto type = static_cast<ipc::ServerType>(owner % 2);
-        const std::unique_ptr<ipc::ZmqServerConnector> served(factory.CreateZmqServerConnector(own, "id", type));
-        const std::unique_ptr<ipc::ZmqServerConnector> failing(factory.CreateZmqServerConnector(own, "", type));
-        served->RegisterCallback(Echo);
-        served->SetStartupMessage("svc");
+        std::vector<std::unique_ptr<ipc::ZmqServerConnector>> servers;
+        for (int number = 0; number < 4; ++number)
+        {
+            const auto type = static_cast<ipc::ServerType>(number % 2);
+            servers.emplace_back(factory.CreateZmqServerConnector(own, "id" + std::to_string(number), type));
+            servers.back()->RegisterCallback(Echo);
+            servers.back()->SetStartupMessage("svc");
+        }
+        const std::unique_ptr<ipc::ZmqServerConnector> failing(
+            factory.CreateZmqServerConnector(own, "", static_cast<ipc::ServerType>(owner % 2)));
         int right = 0;
         for (int life = 0; life < 25; ++life)
         {
             failing->StartListening();
-            if (served->StartListening() != StatusCode::Success) break;
-            for (int frontEnd = 0; frontEnd <= owner % 2; ++frontEnd) registry.Receive(); // its registration
-            registry.Send({"id", "request"});
-            right += registry.Receive() == "id|request" ? 1 : 0;
-            if (served->StopListening() != StatusCode::Success) break;
+            for (const auto& each : servers) right += each->StartListening() == StatusCode::Success ? 1 : 0;
+            for (int frontEnd = 0; frontEnd < 6; ++frontEnd) registry.Receive(); // its registration
+            for (const std::string id : {"id0", "id1", "id2", "id3"})
+            {
+                registry.Send({id, "request"});
+                right += registry.Receive() == id + "|request" ? 1 : 0;
+            }
+            for (const auto& each : servers) right += each->StopListening() == StatusCode::Success ? 1 : 0;
         }
         return right;
     };
     std::vector<std::future<int>> owners;
     for (int owner = 0; owner < 8; ++owner) owners.push_back(std::async(std::launch::async, live, owner));
-    for (std::future<int>& owner : owners) EXPECT_EQ(owner.get(), 25);
+    for (std::future<int>& owner : owners) EXPECT_EQ(owner.get(), 25 * 4 * 3);
+}
+
+TEST_F(ServerThread, StopsInTimeAndServesAgainWhileFourClientsFloodIt)
+{
+    zmq::socket_t flooded(outside, zmq::socket_type::router); // which drops what it can't send
+    flooded.set(zmq::sockopt::router_handover, true);
+    flooded.set(zmq::sockopt::rcvhwm, 0); // a full queue would keep a connection that has been closed
+    flooded.bind(folder.Endpoint("flooded"));
+    zmq::socket_t clients(outside, zmq::socket_type::dealer);
+    clients.bind("inproc://clients");
+    std::atomic<int> answeringLife{-1};
+    const auto flood = [&](zmq::socket_t client) {
+        client.connect("inproc://clients");
+        for (zmq::message_t frame;;)
+        {
+            client.send(zmq::str_buffer("id"), zmq::send_flags::sndmore);
+            client.send(zmq::str_buffer("request"), zmq::send_flags::none);
+            while (client.recv(frame, zmq::recv_flags::dontwait))
+                if (frame.size() == sizeof(int)) answeringLife = *frame.data<int>();
+        }
+    };
+    std::vector<std::future<void>> ends;
+    for (int client = 0; client < 4; ++client)
+        ends.push_back(std::async(std::launch::async, flood, zmq::socket_t(outside, zmq::socket_type::dealer)));
+    ends.push_back(std::async(std::launch::async, [&] { zmq::proxy(clients, flooded); }));
+
+    OnePriority one(folder.Endpoint("flooded"), context.handle(), "id");
+    TwoPriorities two(folder.Endpoint("flooded"), context.handle(), "id");
+    {
+        const DescriptorsComeBack guard;
+        for (int life = 0; life < 50; ++life)
+        {
+            ipc::ZmqServerConnector& kind = life % 2 == 0 ? static_cast<ipc::ZmqServerConnector&>(one) : two;
+            kind.RegisterCallback([life](const ByteVector&, ByteVector& response) {
+                response.resize(sizeof life);
+                std::memcpy(response.data(), &life, sizeof life);
+            });
+            ASSERT_EQ(kind.StartListening(), StatusCode::Success);
+            EXPECT_TRUE(Await([&] { return answeringLife == life; }));
+            faults::areSleepsShort = life % 10 > 1;
+            const auto start = std::chrono::steady_clock::now();
+            ASSERT_EQ(kind.StopListening(), StatusCode::Success);
+            EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(life % 10 > 1 ? 1000 : 1500));
+        }
+    }
+    outside.shutdown();
+    for (std::future<void>& end : ends) EXPECT_THROW(end.get(), zmq::error_t);
 }
 
 TEST_F(ServerThread, PollingGoesOnAfterASignalAndEndsWithAnError)

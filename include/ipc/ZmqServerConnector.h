@@ -79,6 +79,8 @@ protected:
     void RunServerThread(std::promise<StatusCode>& startup);
     void StopProcessingMessages();
     StatusCode TerminateServerThread();
+    StatusCode CreatePublisher(void** socket);
+    StatusCode SendTerminate(void* publisher);
     void JoinServerThread();
     /// @endcond
 

@@ -50,7 +50,8 @@ void WaitForSubscriber()
     }
 }
 
-/// Keeps signals from the calling thread while it lives.
+/// Keeps signals from the calling thread while it lives. Any ZeroMQ call may fail when one arrives, and none is
+/// repeated here; where a failure would outlast the call, it is kept away.
 class SignalsBlocked
 {
 public:
@@ -69,13 +70,6 @@ public:
 private:
     sigset_t mBefore{};
 };
-
-/// A signal could make this send fail on a context that lives, and the server thread could then never be told to end.
-int SendTerminate(void* publisher)
-{
-    const SignalsBlocked blocked;
-    return zmq_send(publisher, kTerminate, sizeof kTerminate, 0);
-}
 
 bool IsConnectedEvent(zmq_msg_t* event)
 {
@@ -179,22 +173,35 @@ StatusCode ZmqServerConnector::TerminateServerThread()
     }
 
     ScopedSocket publisher;
-    StatusCode status = CreateSocket(ZMQ_PUB, &publisher.handle);
-    if (status == kSuccess) status = Bind(publisher.handle, mControlEndpoint);
+    StatusCode status = CreatePublisher(&publisher.handle);
     if (status != kSuccess) return status;
-
     WaitForSubscriber();
     TOLVO_IPC_LOG(kLogTrace, "[trace] Send TERMINATE signal to all threads", kClassTag.c_str());
-    mIsTerminateRefused = SendTerminate(publisher.handle) < 0;
+    status = SendTerminate(publisher.handle);
+    if (!mIsTerminateRefused) JoinServerThread();
+    return status;
+}
+
+StatusCode ZmqServerConnector::CreatePublisher(void** socket)
+{
+    const SignalsBlocked blocked;
+    const StatusCode status = CreateSocket(ZMQ_PUB, socket);
+    if (status != kSuccess) return status;
+    return Bind(*socket, mControlEndpoint);
+}
+
+StatusCode ZmqServerConnector::SendTerminate(void* publisher)
+{
+    const SignalsBlocked blocked;
+    StatusCode status = kSuccess;
+    mIsTerminateRefused = zmq_send(publisher, kTerminate, sizeof kTerminate, 0) < 0;
     if (mIsTerminateRefused)
     {
         status = TOLVO_IPC_ZMQ_FAILURE(" Failed to send TERMINATE signal on controller %d", kClassTag.c_str());
     }
     // Given back before the join: from then on another server's thread may have this thread's id, and so its endpoint.
     // The queued message still arrives.
-    zmq_unbind(publisher.handle, mControlEndpoint.c_str());
-
-    if (!mIsTerminateRefused) JoinServerThread();
+    zmq_unbind(publisher, mControlEndpoint.c_str());
     return status;
 }
 
@@ -211,6 +218,7 @@ void ZmqServerConnector::JoinServerThread()
 /// has been given the same id, and ZeroMQ's reaper could be closing the subscriber meanwhile.
 void ZmqServerConnector::ReleasePendingSubscriber()
 {
+    const SignalsBlocked blocked;
     ScopedSocket publisher;
     publisher.handle = zmq_socket(mContext, ZMQ_PUB);
     if (publisher.handle == nullptr) return;
@@ -250,6 +258,7 @@ StatusCode ZmqServerConnector::SetSocketIdentity(void* socket, const std::string
 
 StatusCode ZmqServerConnector::CreateControlSocket(void** socket)
 {
+    const SignalsBlocked blocked;
     // The subscriber connects first; the publisher binds this endpoint only when the server is stopped.
     StatusCode status = CreateSocket(ZMQ_SUB, socket);
     if (status == kSuccess) status = Connect(*socket, mControlEndpoint);
@@ -259,6 +268,7 @@ StatusCode ZmqServerConnector::CreateControlSocket(void** socket)
 
 StatusCode ZmqServerConnector::CreateFrontEndSocket(void** frontEnd, void** monitor, const std::string& identity)
 {
+    const SignalsBlocked blocked;
     StatusCode status = CreateSocket(ZMQ_DEALER, frontEnd);
     // Before the connect: the first connection's event must not be missed.
     if (status == kSuccess) status = CreateMonitorSocket(*frontEnd, monitor);
@@ -282,6 +292,8 @@ StatusCode ZmqServerConnector::CreateMonitorSocket(void* socket, void** monitor)
 
 void ZmqServerConnector::ProcessConnectionEvents(void* monitor, void* frontEnd, ByteVector& startupMessage)
 {
+    // An event that is read in part, or a registration that is not sent, would leave this connection unregistered.
+    const SignalsBlocked blocked;
     {
         zmq_msg_t event{};
         if (zmq_msg_init(&event) < 0) return;
@@ -355,6 +367,8 @@ bool ZmqServerConnector::ProcessAndSendReply(zmq_msg_t* message, int size, void*
     ByteVector response;
     ProcessRequest(request, response);
 
+    // Replies carry no number: after one that is not sent, the next would be taken for it.
+    const SignalsBlocked blocked;
     if (zmq_send(socket, response.data(), response.size(), ZMQ_DONTWAIT) >= 0) return true;
     TOLVO_IPC_LOG(kLogError, " Failed to send RESPONSE, %d", kClassTag.c_str(), zmq_errno());
     return false;

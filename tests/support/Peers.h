@@ -46,14 +46,22 @@ private:
     std::string mPath = std::filesystem::temp_directory_path() / "tolvo-ipc-XXXXXX";
 };
 
+/// @return whether the condition has become true in time.
+template <typename Condition>
+bool Await(Condition isTrue)
+{
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(kPatience);
+    while (!isTrue() && std::chrono::steady_clock::now() < end) std::this_thread::yield();
+    return isTrue();
+}
+
 /// Expects as many open descriptors at its end as at its start, and awaits them: ZeroMQ closes sockets on a thread of
 /// its own.
 struct DescriptorsComeBack
 {
     ~DescriptorsComeBack()
     {
-        const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(kPatience);
-        while (Open() != before && std::chrono::steady_clock::now() < end) std::this_thread::yield();
+        Await([&] { return Open() == before; });
         EXPECT_EQ(Open(), before);
     }
 
