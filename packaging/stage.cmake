@@ -22,7 +22,8 @@ foreach(component IN LISTS CPACK_COMPONENTS_ALL)
     file(COPY ${CPACK_TOLVO_SOURCE_DIR}/packaging/copyright DESTINATION ${doc}
         FILE_PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
     configure_file(${CPACK_TOLVO_SOURCE_DIR}/packaging/changelog.in ${doc}/changelog @ONLY)
-    execute_process(COMMAND gzip -9n ${doc}/changelog COMMAND_ERROR_IS_FATAL ANY)
+    file(GLOB pages ${staged}/usr/share/man/man?/*)
+    execute_process(COMMAND gzip -9n ${doc}/changelog ${pages} COMMAND_ERROR_IS_FATAL ANY)
 
     # The loader looks into a package's folders anyway.
     file(GLOB programs ${staged}/usr/bin/* ${staged}/${CPACK_TOLVO_LIBDIR}/*.so.*)

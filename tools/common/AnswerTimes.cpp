@@ -13,20 +13,20 @@ namespace
 {
 
 // Buckets are one nanosecond wide up to 64, and from there on 64 in each octave.
-constexpr std::uint64_t kInOctave = 64;
+constexpr std::size_t kInOctave = 64;
 
 std::size_t BucketOf(std::uint64_t nanoseconds)
 {
     std::size_t octave = 0;
     for (; nanoseconds >= 2 * kInOctave; nanoseconds /= 2) ++octave;
-    return octave * kInOctave + nanoseconds;
+    return octave * kInOctave + static_cast<std::size_t>(nanoseconds);
 }
 
 AnswerTimes::Duration MiddleOf(std::size_t bucket)
 {
-    if (bucket < 2 * kInOctave) return AnswerTimes::Duration(bucket);
+    if (bucket < 2 * kInOctave) return AnswerTimes::Duration(static_cast<AnswerTimes::Duration::rep>(bucket));
     const std::size_t octave = bucket / kInOctave - 1;
-    const std::uint64_t least = (bucket - octave * kInOctave) << octave;
+    const std::uint64_t least = std::uint64_t{bucket - octave * kInOctave} << octave;
     return AnswerTimes::Duration(least + (std::uint64_t{1} << octave) / 2);
 }
 

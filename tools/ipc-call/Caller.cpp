@@ -1,21 +1,73 @@
 #include "ipc-call/Caller.h"
 
+#include <ipc/ZmqClientDealerConnector.h>
 #include <ipc/ZmqConnectorFactory.h>
-
-#include <utility>
 
 namespace zeb::tolvo::desk
 {
 
-Caller::Caller(std::string endpoint, int timeoutMs) : mEndpoint(std::move(endpoint)), mTimeoutMs(timeoutMs) {}
-
-StatusCode Caller::Call(const ipc::ByteVector& request, ipc::ByteVector& reply)
+namespace
 {
-    if (!mConnector)
-        mConnector = ipc::ZmqConnectorFactory::GetInstance().CreateZmqClientConnector(mEndpoint, mOperatingMode);
-    const StatusCode status = mConnector->SendRequest(request, reply, mTimeoutMs);
-    if (status != StatusCode::Success) mConnector.reset();
-    return status;
+
+class KeepingCaller : public Caller
+{
+public:
+    KeepingCaller(const std::string& endpoint, int timeoutMs) : mEndpoint(endpoint), mTimeoutMs(timeoutMs) {}
+
+    StatusCode Call(const ipc::ByteVector& request, ipc::ByteVector& reply) override
+    {
+        if (!mConnector)
+            mConnector = ipc::ZmqConnectorFactory::GetInstance().CreateZmqClientConnector(mEndpoint, mOperatingMode);
+        const StatusCode status = mConnector->SendRequest(request, reply, mTimeoutMs);
+        if (status != StatusCode::Success) mConnector.reset();
+        return status;
+    }
+
+private:
+    struct WaitingAllowed : ipc::OperatingModeInterface
+    {
+        bool IsBlockingForbidden() override { return false; }
+    };
+
+    std::string mEndpoint;
+    int mTimeoutMs;
+    WaitingAllowed mOperatingMode;
+    std::unique_ptr<ipc::AbstractClientConnector> mConnector; // null until the first call and after a failed one
+};
+
+class InterruptibleCaller : public Caller
+{
+public:
+    InterruptibleCaller(zmq::context_t& context, const std::string& endpoint, const std::string& interruptEndpoint,
+                        int timeoutMs)
+        : mConnector(context.handle(), endpoint, interruptEndpoint), mTimeoutMs(timeoutMs)
+    {
+    }
+
+    StatusCode Call(const ipc::ByteVector& request, ipc::ByteVector& reply) override
+    {
+        return mConnector.SendRequest(request, reply, mTimeoutMs);
+    }
+
+private:
+    ipc::ZmqClientDealerConnector mConnector;
+    int mTimeoutMs;
+};
+
+} // namespace
+
+Callers::Callers(const std::string& endpoint, int timeoutMs, const std::optional<std::string>& interruptEndpoint)
+    : mEndpoint(endpoint), mTimeoutMs(timeoutMs), mInterruptEndpoint(interruptEndpoint)
+{
+    if (!mInterruptEndpoint) return;
+    mContext.emplace();
+    mContext->set(zmq::ctxopt::blocky, false); // its end waits for no request that nobody took
+}
+
+std::unique_ptr<Caller> Callers::Make()
+{
+    if (!mInterruptEndpoint) return std::make_unique<KeepingCaller>(mEndpoint, mTimeoutMs);
+    return std::make_unique<InterruptibleCaller>(*mContext, mEndpoint, *mInterruptEndpoint, mTimeoutMs);
 }
 
 } // namespace zeb::tolvo::desk

@@ -1,9 +1,13 @@
 #pragma once
 
-#include <ipc/AbstractClientConnector.h>
-#include <ipc/OperatingModeInterface.h>
+#include <ipc/ByteVector.h>
+
+#include <tolvo/StatusCode.h>
+
+#include <zmq.hpp>
 
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace zeb::tolvo::desk
@@ -13,21 +17,30 @@ namespace zeb::tolvo::desk
 class Caller
 {
 public:
-    Caller(std::string endpoint, int timeoutMs);
+    Caller() = default;
+    virtual ~Caller() = default;
+
+    Caller(const Caller&) = delete;
+    Caller& operator=(const Caller&) = delete;
 
     /// As `AbstractClientConnector::SendRequest`, but a reply that comes late is lost, never given to the next request.
-    StatusCode Call(const ipc::ByteVector& request, ipc::ByteVector& reply);
+    virtual StatusCode Call(const ipc::ByteVector& request, ipc::ByteVector& reply) = 0;
+};
+
+/// Makes the callers of one service, each with a connector of its own. It outlives them.
+class Callers
+{
+public:
+    /// @param interruptEndpoint where messages end the waits; without it nothing does.
+    Callers(const std::string& endpoint, int timeoutMs, const std::optional<std::string>& interruptEndpoint);
+
+    std::unique_ptr<Caller> Make();
 
 private:
-    struct WaitingAllowed : ipc::OperatingModeInterface
-    {
-        bool IsBlockingForbidden() override { return false; }
-    };
-
     std::string mEndpoint;
     int mTimeoutMs;
-    WaitingAllowed mOperatingMode;
-    std::unique_ptr<ipc::AbstractClientConnector> mConnector; // null until the first call and after a failed one
+    std::optional<std::string> mInterruptEndpoint;
+    std::optional<zmq::context_t> mContext; // of the interruptible callers
 };
 
 } // namespace zeb::tolvo::desk

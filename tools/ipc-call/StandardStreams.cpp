@@ -16,6 +16,12 @@ void ThrowUnless(bool isGood, const char* stream)
     if (!isGood) throw std::system_error(errno, std::generic_category(), stream);
 }
 
+void WriteBytes(const void* bytes, std::size_t size)
+{
+    const bool isWritten = std::fwrite(bytes, 1, size, stdout) == size;
+    ThrowUnless(isWritten && std::fflush(stdout) == 0, "standard output");
+}
+
 } // namespace
 
 ipc::ByteVector ReadAll()
@@ -38,11 +44,8 @@ bool ReadLine(ipc::ByteVector& line)
     return byte != EOF || !line.empty();
 }
 
-void Write(const ipc::ByteVector& bytes, std::string_view ending)
-{
-    const bool isWritten = std::fwrite(bytes.data(), 1, bytes.size(), stdout) == bytes.size() &&
-                           std::fwrite(ending.data(), 1, ending.size(), stdout) == ending.size();
-    ThrowUnless(isWritten && std::fflush(stdout) == 0, "standard output");
-}
+void Write(const ipc::ByteVector& bytes) { WriteBytes(bytes.data(), bytes.size()); }
+
+void Write(std::string_view text) { WriteBytes(text.data(), text.size()); }
 
 } // namespace zeb::tolvo::desk

@@ -16,7 +16,8 @@ ipc::ByteVector ReadAll();
 /// @return false at the end.
 bool ReadLine(ipc::ByteVector& line);
 
-/// Writes both to standard output at once.
-void Write(const ipc::ByteVector& bytes, std::string_view ending);
+/// Each writes to standard output at once.
+void Write(const ipc::ByteVector& bytes);
+void Write(std::string_view text);
 
 } // namespace zeb::tolvo::desk

@@ -2,13 +2,18 @@
 #include "common/StandardDescriptors.h"
 #include "ipc-call/Caller.h"
 #include "ipc-call/FailureText.h"
+#include "ipc-call/HexText.h"
+#include "ipc-call/Options.h"
 #include "ipc-call/StandardStreams.h"
+#include "ipc-call/SummedRun.h"
 
 #include <zebl/RootLogger.h>
 
 #include <exception>
-#include <limits>
+#include <iostream>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace
 {
@@ -17,16 +22,17 @@ using namespace zeb::tolvo::desk;
 using zeb::tolvo::StatusCode;
 using zeb::tolvo::ipc::ByteVector;
 
-struct Options
-{
-    std::string endpoint;
-    int timeoutMs = 5000;
-    bool isByLine = false;
-};
+void Complain(const std::string& text) { std::cerr << "tolvo-ipc-call: " + text + '\n'; }
 
-void Complain(const std::string& text)
+void WriteReply(ByteVector reply, const Options& options)
 {
-    zebl::Log::RootLogger::GetInstance().Print(TolvoLogLevel::Critical, "tolvo-ipc-call: %s", text.c_str());
+    if (options.isHex)
+        Write(HexText(reply) + '\n');
+    else
+    {
+        if (options.isByLine) reply.push_back('\n');
+        Write(reply);
+    }
 }
 
 /// @return whether the request was answered.
@@ -35,19 +41,15 @@ bool Exchange(Caller& caller, const ByteVector& request, const Options& options)
     ByteVector reply;
     const StatusCode status = caller.Call(request, reply);
     if (status == StatusCode::Success)
-        Write(reply, options.isByLine ? "\n" : "");
+        WriteReply(std::move(reply), options);
     else
-        Complain(FailureText(status, options.timeoutMs));
+        Complain("the request failed: " + FailureText(status, options.timeoutMs));
     return status == StatusCode::Success;
 }
 
-/// @return whether every request was answered.
-bool Run(const Options& options)
+/// @return whether every line was answered.
+bool ExchangeLines(Caller& caller, const Options& options)
 {
-    RequireStandardDescriptors();
-    Caller caller(options.endpoint, options.timeoutMs);
-    if (!options.isByLine) return Exchange(caller, ReadAll(), options);
-
     bool isAllAnswered = true;
     for (ByteVector line; ReadLine(line);)
     {
@@ -56,25 +58,31 @@ bool Run(const Options& options)
     return isAllAnswered;
 }
 
+std::vector<ByteVector> ReadRequests(bool isByLine)
+{
+    if (!isByLine) return {ReadAll()};
+    std::vector<ByteVector> lines;
+    for (ByteVector line; ReadLine(line);) lines.push_back(line);
+    return lines;
+}
+
+/// @return whether every request was answered.
+bool Run(const Options& options)
+{
+    RequireStandardDescriptors();
+    Callers callers(options.endpoint, options.timeoutMs, options.interruptEndpoint);
+    if (options.IsSummed()) return RunSummed(callers, ReadRequests(options.isByLine), options);
+    const auto caller = callers.Make();
+    return options.isByLine ? ExchangeLines(*caller, options) : Exchange(*caller, ReadAll(), options);
+}
+
 } // namespace
 
 int main(int argc, char** argv)
 {
-    zebl::Log::RootLogger::GetInstance().SetLevel(TolvoLogLevel::Critical);
     Options options;
-    CLI::App app(
-        "Sends standard input as one request to the service at ENDPOINT and writes its reply to standard output.",
-        "tolvo-ipc-call");
-    app.add_option("ENDPOINT", options.endpoint, "ZeroMQ endpoint, such as ipc:///tmp/desk/clients/status")
-        ->required()
-        ->type_name("");
-    app.add_option("--timeout", options.timeoutMs, "how long to wait for each reply; -1 waits without limit")
-        ->check(CLI::Range(-1, std::numeric_limits<int>::max()))
-        ->capture_default_str()
-        ->type_name("MS");
-    app.add_flag("--lines", options.isByLine, "send each line as a request and write each reply on a line");
-    if (const auto exitCode = ParseCommandLine(app, argc, argv)) return *exitCode;
-
+    if (const auto exitCode = ReadOptions(argc, argv, options)) return *exitCode;
+    zebl::Log::RootLogger::GetInstance().SetLevel(options.logLevel);
     try
     {
         return Run(options) ? 0 : kExitFailure;

@@ -9,6 +9,7 @@
 #include <csignal>
 #include <exception>
 #include <filesystem>
+#include <limits>
 #include <string>
 
 namespace
@@ -63,7 +64,7 @@ int main(int argc, char** argv)
         ->type_name("DIRECTORY");
     app.add_option("--quiet", options.quietMs,
                    "how long a service must be silent after it registered, before it gets requests")
-        ->check(CLI::NonNegativeNumber)
+        ->check(CLI::Range(0, std::numeric_limits<int>::max()))
         ->capture_default_str()
         ->type_name("MS");
     app.add_flag("--trace", options.isTracing, "write a line for each frame that passes");
