@@ -1,0 +1,487 @@
+#!/usr/bin/python3
+"""Eight clients, two services and the registration service under chaos: soak.py BUILD-FOLDER SECONDS SEED
+
+Prints a table; exits with 1 when something that must hold did not, with 128 and the signal's number when interrupted.
+"""
+import contextlib
+import heapq
+import os
+import pathlib
+import random
+import select
+import shutil
+import signal
+import struct
+import subprocess
+import sys
+import tempfile
+import time
+from dataclasses import dataclass, field
+from typing import Callable, Optional
+
+PATIENCE = 10  # seconds that a step which works never needs
+WARM_UP = 4  # seconds of chaos before the first measurement
+ROUND = 5  # seconds of chaos between two measurements
+SHORTEST = 10  # seconds of a run
+SAMPLING = 0.6  # seconds of a measurement
+QUIET = 0.2  # seconds for which the registration service waits for the old replies of a freshly registered service
+SETTLING = 1  # seconds after which a service that was stopped has answered what it held
+TOLERANCES = {
+    "clients": (768, 2, "400 bytes leaked per request show in 20 s; a connector holds a socket and a connection"),
+    "services": (1024, 0, "a fourth of it is the largest body"),
+    "registration service": (2048, 8, "its queues' high water; a connection from each client"),
+}
+SHOWN = 5  # wrong answers that are told in full
+
+REGISTRY = "registration"
+SERVICES = {"one": ["one"], "two": ["two", "RTtwo"]}
+SERVERS = [REGISTRY, *SERVICES]
+ADDRESSES = [address for addresses in SERVICES.values() for address in addresses]
+CLIENTS = [f"client-{number}" for number in range(8)]
+DEALERS = CLIENTS[1::2]
+OUTCOMES = ["answered", "timed out", "interrupted by a message", "interrupted by a signal", "failed otherwise", "wrong"]
+
+
+class Interrupted(Exception):
+    """A signal asks this program to end."""
+
+
+class Waiter:
+    """Waits that a signal ends."""
+
+    def __init__(self) -> None:
+        self.reader, writer = os.pipe()
+        os.set_blocking(writer, False)
+        signal.set_wakeup_fd(writer)
+        for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+            signal.signal(number, lambda *_: None)
+        # A service that has not come to its handler yet must not end; the handler replaces this.
+        signal.signal(signal.SIGUSR1, signal.SIG_IGN)
+
+    def wait(self, seconds: float) -> None:
+        if select.select([self.reader], [], [], max(0.0, seconds))[0]:
+            raise Interrupted(os.read(self.reader, 1)[0])
+
+    def wait_for(self, condition: Callable[[], bool], seconds: float = PATIENCE) -> bool:
+        deadline = time.monotonic() + seconds
+        while not condition():
+            if time.monotonic() >= deadline:
+                return False
+            self.wait(0.01)
+        return True
+
+
+@dataclass
+class Life:
+    """A process from its start to its end; a restart begins another."""
+
+    name: str
+    process: subprocess.Popen
+    started: float
+    is_end_wanted: bool = False
+    stopped: Optional[float] = None  # since when
+    stops: list[tuple[float, float]] = field(default_factory=list)
+    samples: list[tuple[float, int, int]] = field(default_factory=list)  # time, resident KiB, descriptors
+
+    def is_running(self) -> bool:
+        return self.process.poll() is None
+
+    def measure(self) -> tuple[int, int]:
+        folder = pathlib.Path("/proc", str(self.process.pid))
+        pages = int((folder / "statm").read_text().split()[1])
+        return pages * os.sysconf("SC_PAGE_SIZE") // 1024, len(os.listdir(folder / "fd"))
+
+
+class World:
+    """The processes, in a folder of their own."""
+
+    def __init__(self, folder: pathlib.Path, build: pathlib.Path, seed: int) -> None:
+        self.folder, self.build, self.seed = folder, build, seed
+        self.lives: list[Life] = []
+        self.current: dict[str, Life] = {}
+        self.log = open(folder / "chaos.log", "w+", encoding="utf-8")
+        self.begun = time.monotonic()
+        (folder / "clients").mkdir()
+
+    def note(self, text: str) -> None:
+        print(f"{time.monotonic() - self.begun:8.3f} {text}", file=self.log, flush=True)
+
+    def log_lines(self) -> list[str]:
+        return (self.folder / "chaos.log").read_text(encoding="utf-8").splitlines()
+
+    def command(self, name: str) -> list[str]:
+        programs, servers = self.build / "tests/soak", "ipc://servers"
+        if name == REGISTRY:
+            return [f"{self.build}/tools/quillmere/tolvo-quillmere", "--servers", servers, "--clients", "clients"]
+        if name in SERVICES:
+            return [f"{programs}/soak_service", servers, name, name]
+        number = CLIENTS.index(name)
+        kind = "dealer" if name in DEALERS else "persistent"
+        endpoint = f"ipc://clients/{self.address(name)}"
+        return [f"{programs}/soak_client", kind, endpoint, f"ipc://interrupt-{number}", str(number),
+                str(self.seed + number)]
+
+    @staticmethod
+    def address(client: str) -> str:
+        return ADDRESSES[CLIENTS.index(client) % len(ADDRESSES)]
+
+    def start(self, name: str) -> None:
+        # Freed bodies go back to the system, so that resident memory shows what is held.
+        environment = {**os.environ, "MALLOC_MMAP_THRESHOLD_": "16384", "MALLOC_TRIM_THRESHOLD_": "65536"}
+        with open(self.folder / f"{name}.output", "wb") as output, open(self.folder / f"{name}.errors", "ab") as errors:
+            process = subprocess.Popen(["setpriv", "--pdeathsig", "KILL", *self.command(name)], cwd=self.folder,
+                                       stdin=subprocess.PIPE, stdout=output, stderr=errors, bufsize=0,
+                                       env=environment, process_group=0)
+        self.current[name] = Life(name, process, time.monotonic())
+        self.lives.append(self.current[name])
+        self.note(f"{name} starts as {process.pid}")
+
+    def kill(self, life: Life) -> None:
+        life.is_end_wanted = True
+        life.process.kill()
+        life.process.wait()
+        life.process.stdin.close()
+
+    def kill_all(self) -> None:
+        for life in self.current.values():
+            self.kill(life)
+
+    def counts(self, client: str) -> list[int]:
+        data = (self.folder / f"{client}.output").read_bytes()
+        return list(struct.unpack(f"{len(OUTCOMES)}Q", data.ljust(8 * len(OUTCOMES), b"\0")))
+
+    def totals(self) -> list[int]:
+        return [sum(column) for column in zip(*map(self.counts, CLIENTS))]
+
+    def ended_unasked(self) -> list[str]:
+        return [f"{life.name} ({life.process.pid}) ended with {life.process.returncode}" for life in self.lives
+                if not life.is_end_wanted and not life.is_running()]
+
+
+class Chaos:
+    """Kills, stops and interrupts. What it does and when depends on the seed alone, not on what comes of it."""
+
+    def __init__(self, world: World, waiter: Waiter, seed: int) -> None:
+        self.world, self.waiter, self.random = world, waiter, random.Random(seed)
+        self.counts: dict[str, int] = {}
+        self.due: list[tuple[float, int, Callable[[], None]]] = []  # the number keeps their order
+        self.number = 0
+
+    def later(self, seconds: float, action: Callable[[], None]) -> None:
+        self.number += 1
+        heapq.heappush(self.due, (time.monotonic() + seconds, self.number, action))
+
+    def rage(self, seconds: float, show: Callable[[], None]) -> None:
+        end = time.monotonic() + seconds
+        self.later(0, self.act)
+        while self.due[0][0] < end:
+            self.waiter.wait(self.due[0][0] - time.monotonic())
+            heapq.heappop(self.due)[2]()
+            show()
+        while self.due:  # what was begun comes to its end at once
+            _, _, action = heapq.heappop(self.due)
+            if action != self.act:
+                action()
+
+    def act(self) -> None:
+        self.later(self.random.uniform(0, 0.1), self.act)
+        kinds = {self.kill: 3, self.strand: 3, self.stop: 20, self.interrupt: 30, self.publish: 30}
+        self.random.choices(list(kinds), list(kinds.values()))[0]()
+
+    def done(self, kind: str, text: str) -> None:
+        self.counts[kind] = self.counts.get(kind, 0) + 1
+        self.world.note(text)
+
+    def kill(self) -> None:
+        self.take_down(self.random.choice(SERVERS), self.random.uniform(0, 0.4))
+
+    def take_down(self, name: str, pause: float) -> None:
+        life = self.world.current[name]
+        if life.is_running():
+            self.world.kill(life)
+            self.done("killed", f"{name} is killed")
+            self.later(pause, lambda: self.world.start(name))
+
+    def stop(self) -> None:
+        name = self.random.choice(SERVERS + CLIENTS)
+        self.halt(name, self.random.uniform(0, self.random.choice([0.05, 0.8])))
+
+    def halt(self, name: str, pause: float) -> None:
+        life = self.world.current[name]
+        if life.is_running() and life.stopped is None:
+            life.process.send_signal(signal.SIGSTOP)
+            life.stopped = time.monotonic()
+            self.done("stopped", f"{name} is stopped")
+            self.later(pause, lambda: self.resume(life))
+
+    def strand(self) -> None:
+        """Leaves a service with requests of a registration service that has gone."""
+        pause = self.random.uniform(0.1, 0.8)
+        self.halt(self.random.choice(list(SERVICES)), pause)
+        self.later(self.random.uniform(0, pause), lambda: self.take_down(REGISTRY, 0))
+
+    def resume(self, life: Life) -> None:
+        if life.is_running():
+            life.stops.append((life.stopped, time.monotonic()))
+            life.stopped = None
+            life.process.send_signal(signal.SIGCONT)
+            self.world.note(f"{life.name} goes on")
+
+    def interrupt(self) -> None:
+        name = self.random.choice([*SERVICES, *CLIENTS])
+        if self.world.current[name].is_running():
+            signals = self.random.choice((1, 1, 1, 200))
+            for _ in range(signals):
+                self.world.current[name].process.send_signal(signal.SIGUSR1)
+            self.done("interrupted by a signal", f"{name} gets {signals} signals")
+
+    def publish(self) -> None:
+        name = self.random.choice(DEALERS)
+        if self.world.current[name].is_running():
+            with contextlib.suppress(BrokenPipeError):
+                self.world.current[name].process.stdin.write(b"!")
+            self.done("interrupted by a message", f"{name} gets an interrupt message")
+
+
+@dataclass
+class WrongAnswer:
+    """An answer that is not the request's."""
+
+    when: float
+    client: str
+    request: int
+    service: Optional[Life]
+    of_client: int
+    of_request: int  # 0 when the answered request was too short for a label
+    sent: float
+
+    def is_corrupt(self) -> bool:
+        return (f"client-{self.of_client}", self.of_request) == (self.client, self.request)
+
+    def is_late(self, lives: list[Life]) -> bool:
+        """Whether the service may just have answered old requests that it held while it was stopped."""
+        if self.service is None or self.is_corrupt():
+            return False
+        registered = max(life.started for life in lives
+                         if life.name in (REGISTRY, self.service.name) and life.started < self.when)
+        return any(end - begin > QUIET and registered < end < self.when < end + SETTLING
+                   for begin, end in self.service.stops)
+
+    def describe(self, begun: float) -> str:
+        service = f"{self.service.name} ({self.service.process.pid})" if self.service else "nobody known"
+        whose = f"request {self.of_request} of client-{self.of_client}, {self.when - self.sent:.3f} s old"
+        return (f"{self.when - begun:8.3f} {self.client} asked {World.address(self.client)} request {self.request}; "
+                f"{service} answered {whose if self.of_request else 'one that is too short for a label'}")
+
+
+class Soak:
+    """One run: rounds of chaos, after each of which everything must answer and is measured."""
+
+    def __init__(self, world: World, waiter: Waiter, seconds: int, seed: int) -> None:
+        self.world, self.waiter, self.seconds = world, waiter, seconds
+        self.chaos = Chaos(world, waiter, seed)
+        self.silent: list[str] = []  # clients that got no answer in the last calm
+        self.bad_ends: list[str] = []
+        self.sockets_left: list[str] = []
+
+    def run(self) -> None:
+        for name in SERVERS + CLIENTS:
+            self.world.start(name)
+        self.chaos.rage(WARM_UP, self.show)
+        self.calm()
+        while not self.silent and self.elapsed() < self.seconds - 1:
+            self.chaos.rage(min(ROUND, self.seconds - 1 - self.elapsed()), self.show)
+            self.calm()
+        self.end()
+
+    def elapsed(self) -> float:
+        return time.monotonic() - self.world.begun
+
+    def show(self) -> None:
+        if sys.stdout.isatty():
+            answered, timed_out, *_, wrong = self.world.totals()
+            print(f"\r{self.elapsed():.0f} of {self.seconds} s: {answered} answered, {timed_out} timed out, "
+                  f"{wrong} wrong\033[K", end="", flush=True)
+
+    def calm(self) -> None:
+        self.world.note("calm")
+        before = {client: self.world.counts(client)[0] for client in CLIENTS}
+        self.waiter.wait_for(lambda: not self.unanswered(before))
+        self.silent = self.unanswered(before)
+        self.measure()
+
+    def unanswered(self, before: dict[str, int]) -> list[str]:
+        return [client for client in CLIENTS if self.world.counts(client)[0] == before[client]]
+
+    def measure(self) -> None:
+        """Takes the least of some time: what a request needs comes and goes."""
+        lives = [life for life in self.world.current.values() if life.is_running()]
+        seen: dict[str, list[tuple[int, int]]] = {life.name: [] for life in lives}
+        self.waiter.wait_for(lambda: self.look(lives, seen), SAMPLING)
+        for life in lives:
+            if seen[life.name]:
+                resident, descriptors = map(min, zip(*seen[life.name]))
+                life.samples.append((time.monotonic(), resident, descriptors))
+
+    @staticmethod
+    def look(lives: list[Life], seen: dict[str, list[tuple[int, int]]]) -> bool:
+        for life in lives:
+            with contextlib.suppress(OSError):  # it has just ended
+                seen[life.name].append(life.measure())
+        return False
+
+    def end(self) -> None:
+        """The registration service last: the others' ends wait until it has taken what they have queued."""
+        for names in (CLIENTS, list(SERVICES), [REGISTRY]):
+            lives = [self.world.current[name] for name in names if self.world.current[name].is_running()]
+            for life in lives:
+                life.is_end_wanted = True
+                life.process.stdin.close()
+                if life.name == REGISTRY:
+                    life.process.terminate()
+            self.waiter.wait_for(lambda ending=lives: not any(life.is_running() for life in ending))
+            codes = [(life, life.process.poll()) for life in lives]
+            self.bad_ends += [f"{life.name} ended with {code}" for life, code in codes if code]
+            self.bad_ends += [f"{life.name} did not end" for life, code in codes if code is None]
+        self.sockets_left = [path.name for path in (self.world.folder / "clients").iterdir()]
+
+    def client_lines(self, kind: str) -> list[str]:
+        texts = [(self.world.folder / f"{client}.errors").read_text(encoding="utf-8") for client in CLIENTS]
+        return [line for text in texts for line in text.splitlines() if line.startswith(kind)]
+
+    def wrong_answers(self) -> list[WrongAnswer]:
+        by_id = {life.process.pid: life for life in self.world.lives}
+        found = []
+        for line in self.client_lines("wrong"):
+            when, client, request, service, of_client, of_request, sent = map(int, line.split()[1:])
+            found.append(WrongAnswer(when / 1e9, CLIENTS[client], request, by_id.get(service), of_client, of_request,
+                                     sent / 1e9))
+        return sorted(found, key=lambda answer: answer.when)
+
+
+class Report:
+    """The table of a run, and what of it must not be."""
+
+    def __init__(self, soak: Soak) -> None:
+        self.soak, self.world = soak, soak.world
+        self.broken: list[str] = []
+
+    def row(self, label: str, value: object, faults: Optional[list[str]] = None) -> None:
+        """With a list of faults it is something that must hold."""
+        verdict = "" if faults is None else "BROKEN" if faults else "ok"
+        print(f"  {label:44}{value!s:>10}  {verdict}".rstrip())
+        self.broken += [f"{label}: {fault}" for fault in faults or []]
+
+    def print(self) -> None:
+        self.requests()
+        self.processes()
+        self.sizes()
+        for fault in self.broken:
+            print(f"broken: {fault}")
+        if self.broken:
+            print("The end of the chaos:", *self.world.log_lines()[-15:], sep="\n  ")
+
+    def requests(self) -> None:
+        totals = self.world.totals()
+        wrong = self.soak.wrong_answers()
+        corrupt = [answer for answer in wrong if answer.is_corrupt()]
+        late = [answer for answer in wrong if answer.is_late(self.world.lives)]
+        foreign = [answer for answer in wrong if answer not in corrupt + late]
+        print("requests")
+        self.row("sent", sum(totals))
+        for outcome, count in list(zip(OUTCOMES, totals))[:4]:
+            self.row(outcome, count)
+        self.row("failed otherwise", totals[4], sorted(set(self.soak.client_lines("status"))))
+        self.row("answered with a wrong checksum", len(corrupt), self.tell(corrupt))
+        self.row("answered with another request's answer", len(foreign), self.tell(foreign))
+        self.row("the same, late", len(late))
+        if late:
+            print(f"  Replies carry no number: a service that holds old requests while it is stopped for more than\n"
+                  f"  {QUIET} s answers them when it goes on, within {SETTLING} s, and others may get these answers.")
+            print(*(answer.describe(self.world.begun) for answer in late[:SHOWN]), sep="\n  ")
+
+    def tell(self, wrong: list[WrongAnswer]) -> list[str]:
+        """Each with what the chaos did in the second before it."""
+        def before(when: float) -> list[str]:
+            return [line for line in self.world.log_lines() if when - 1 < float(line.split()[0]) <= when]
+        told = ["\n    ".join([answer.describe(self.world.begun), *before(answer.when - self.world.begun)])
+                for answer in wrong[:SHOWN]]
+        return told + [f"and {len(wrong) - SHOWN} more"] * (len(wrong) > SHOWN)
+
+    def processes(self) -> None:
+        chaos, silent = self.soak.chaos.counts, self.soak.silent
+        answering = {World.address(client) for client in CLIENTS if client not in silent}
+        deaf = [address for address in ADDRESSES if address not in answering]
+        ended = [f"{fault}{self.last_words(fault.split()[0])}" for fault in self.world.ended_unasked()]
+        print("processes")
+        for kind in chaos:
+            self.row(kind, chaos[kind])
+        self.row("ended unasked", len(ended), ended)
+        self.row("ended badly when asked", len(self.soak.bad_ends), self.soak.bad_ends)
+        self.row("sockets left by the registration service", len(self.soak.sockets_left), self.soak.sockets_left)
+        self.row("addresses that answer at the end", f"{len(ADDRESSES) - len(deaf)} of {len(ADDRESSES)}",
+                 [f"{address} does not" for address in deaf])
+        self.row("clients that are answered at the end", f"{len(CLIENTS) - len(silent)} of {len(CLIENTS)}",
+                 [f"{client} is not" for client in silent])
+
+    def last_words(self, name: str) -> str:
+        lines = (self.world.folder / f"{name}.errors").read_text(encoding="utf-8", errors="replace").splitlines()
+        return "".join(f"\n    {line}" for line in lines[-3:])
+
+    def sizes(self) -> None:
+        """Of each name, the life that was measured over the longest time."""
+        print(f"  {'':14}{'seconds':>8}{'resident KiB':>20}{'descriptors':>16}")
+        measured = [life for life in self.world.lives if len(life.samples) > 1]
+        for name in SERVERS + CLIENTS:
+            lives = [life for life in measured if life.name == name]
+            for life in sorted(lives, key=lambda life: life.samples[-1][0] - life.samples[0][0])[-1:]:
+                (begin, *first), (end, *last) = life.samples[0], life.samples[-1]
+                print(f"  {name:14}{end - begin:8.0f}{first[0]:10} ->{last[0]:7}{first[1]:8} ->{last[1]:5}")
+        grown = [fault for life in measured for fault in self.growth(life)]
+        self.row("lives measured at least twice, grown", f"{len(grown)} of {len(measured)}", grown)
+        for kind, (resident, descriptors, reason) in TOLERANCES.items():
+            print(f"  tolerated, {kind}: {resident} KiB, {descriptors} descriptors\n    ({reason})")
+
+    @staticmethod
+    def growth(life: Life) -> list[str]:
+        kind = "registration service" if life.name == REGISTRY else "services" if life.name in SERVICES else "clients"
+        resident, descriptors, _ = TOLERANCES[kind]
+        (_, *first), (_, *last) = life.samples[0], life.samples[-1]
+        is_grown = last[0] - first[0] > resident or last[1] - first[1] > descriptors
+        return [f"{life.name}: {first[0]} to {last[0]} KiB, {first[1]} to {last[1]} descriptors"] * is_grown
+
+
+def main() -> int:
+    build, seconds, seed = pathlib.Path(sys.argv[1]).resolve(), int(sys.argv[2]), int(sys.argv[3])
+    if seconds < SHORTEST:
+        print(f"soak: at least {SHORTEST} s, or nothing is measured twice", file=sys.stderr)
+        return 2
+    waiter = Waiter()
+    folder = pathlib.Path(tempfile.mkdtemp(prefix="tolvo-soak."))
+    try:
+        print(f"{seconds} s of chaos with seed {seed}", flush=True)
+        world = World(folder, build, seed)
+        try:
+            return judge(Soak(world, waiter, seconds, seed))
+        finally:
+            world.kill_all()
+    except Interrupted as interrupted:
+        if sys.stdout.isatty():
+            print()
+        print("soak: interrupted; everything is stopped and removed", file=sys.stderr)
+        return 128 + interrupted.args[0]
+    finally:
+        shutil.rmtree(folder)
+
+
+def judge(soak: Soak) -> int:
+    soak.run()
+    if sys.stdout.isatty():
+        print("\r\033[K", end="")
+    report = Report(soak)
+    report.print()
+    return 1 if report.broken else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

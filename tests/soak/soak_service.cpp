@@ -1,0 +1,30 @@
+// A service of the soak: answers until its standard input ends. soak_service ENDPOINT ADDRESS one|two
+
+#include "soak.h"
+
+#include <ipc/ZmqConnectorFactory.h>
+
+#include <memory>
+
+using namespace zeb::tolvo;
+
+int main(int argc, char** argv)
+{
+    if (argc != 4) return 2;
+    const auto type =
+        std::string_view(argv[3]) == "two" ? ipc::ServerType::TwoPriorities : ipc::ServerType::OnePriority;
+    auto& factory = ipc::ZmqConnectorFactory::GetInstance();
+    const std::unique_ptr<ipc::ZmqServerConnector> server(factory.CreateZmqServerConnector(argv[1], argv[2], type));
+    server->RegisterCallback([](const soak::ByteVector& request, soak::ByteVector& response) {
+        const soak::Answer answer = soak::AnswerTo(request, getpid());
+        response.resize(sizeof answer);
+        std::memcpy(response.data(), &answer, sizeof answer);
+    });
+    server->SetStartupMessage(argv[2]);
+    soak::LetSignalInterrupt();
+    if (server->StartListening() != StatusCode::Success) return 1;
+
+    soak::BlockSignals(); // they then meet the server thread
+    for (char byte = 0; read(STDIN_FILENO, &byte, 1) != 0;) continue;
+    return server->StopListening() == StatusCode::Success ? 0 : 1;
+}
