@@ -265,53 +265,6 @@ TEST_F(ServerThread, OwnersOnEightThreadsDoNotDisturbEachOther)
     for (std::future<int>& owner : owners) EXPECT_EQ(owner.get(), 25 * 4 * 3);
 }
 
-TEST_F(ServerThread, StopsInTimeAndServesAgainWhileFourClientsFloodIt)
-{
-    zmq::socket_t flooded(outside, zmq::socket_type::router); // which drops what it can't send
-    flooded.set(zmq::sockopt::router_handover, true);
-    flooded.set(zmq::sockopt::rcvhwm, 0); // a full queue would keep a connection that has been closed
-    flooded.bind(folder.Endpoint("flooded"));
-    zmq::socket_t clients(outside, zmq::socket_type::dealer);
-    clients.bind("inproc://clients");
-    std::atomic<int> answeringLife{-1};
-    const auto flood = [&](zmq::socket_t client) {
-        client.connect("inproc://clients");
-        for (zmq::message_t frame;;)
-        {
-            client.send(zmq::str_buffer("id"), zmq::send_flags::sndmore);
-            client.send(zmq::str_buffer("request"), zmq::send_flags::none);
-            while (client.recv(frame, zmq::recv_flags::dontwait))
-                if (frame.size() == sizeof(int)) answeringLife = *frame.data<int>();
-        }
-    };
-    std::vector<std::future<void>> ends;
-    for (int client = 0; client < 4; ++client)
-        ends.push_back(std::async(std::launch::async, flood, zmq::socket_t(outside, zmq::socket_type::dealer)));
-    ends.push_back(std::async(std::launch::async, [&] { zmq::proxy(clients, flooded); }));
-
-    OnePriority one(folder.Endpoint("flooded"), context.handle(), "id");
-    TwoPriorities two(folder.Endpoint("flooded"), context.handle(), "id");
-    {
-        const DescriptorsComeBack guard;
-        for (int life = 0; life < 50; ++life)
-        {
-            ipc::ZmqServerConnector& kind = life % 2 == 0 ? static_cast<ipc::ZmqServerConnector&>(one) : two;
-            kind.RegisterCallback([life](const ByteVector&, ByteVector& response) {
-                response.resize(sizeof life);
-                std::memcpy(response.data(), &life, sizeof life);
-            });
-            ASSERT_EQ(kind.StartListening(), StatusCode::Success);
-            EXPECT_TRUE(Await([&] { return answeringLife == life; }));
-            faults::areSleepsShort = life % 10 > 1;
-            const auto start = std::chrono::steady_clock::now();
-            ASSERT_EQ(kind.StopListening(), StatusCode::Success);
-            EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(life % 10 > 1 ? 1000 : 1500));
-        }
-    }
-    outside.shutdown();
-    for (std::future<void>& end : ends) EXPECT_THROW(end.get(), zmq::error_t);
-}
-
 TEST_F(ServerThread, PollingGoesOnAfterASignalAndEndsWithAnError)
 {
     const auto usual = std::signal(SIGUSR1, [](int) {});
