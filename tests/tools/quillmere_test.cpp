@@ -1,11 +1,17 @@
+#include "support/Faults.h"
 #include "support/Peers.h"
 
 #include <ipc/ZmqConnectorFactory.h>
+#include <zebl/RootLogger.h>
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <array>
+#include <atomic>
 #include <csignal>
 #include <fstream>
+#include <future>
 #include <poll.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -28,7 +34,7 @@ protected:
 
     void TearDown() override { EXPECT_EQ(server->StopListening(), StatusCode::Success); }
 
-    void Start()
+    void Start(const char* option = "--trace")
     {
         int ends[2] = {};
         if (pipe(ends) != 0 || (process = fork()) < 0) throw std::bad_alloc();
@@ -36,8 +42,8 @@ protected:
         {
             prctl(PR_SET_PDEATHSIG, SIGKILL); // it outlives no test, however that ends
             dup2(dup2(ends[1], STDOUT_FILENO), STDERR_FILENO);
-            execl(TOLVO_QUILLMERE, TOLVO_QUILLMERE, "--servers", servers.c_str(), "--clients", clients.c_str(),
-                  "--trace", nullptr);
+            execl(TOLVO_QUILLMERE, TOLVO_QUILLMERE, "--servers", servers.c_str(), "--clients", addresses.c_str(),
+                  option, nullptr);
             _exit(127);
         }
         close(ends[1]);
@@ -47,11 +53,17 @@ protected:
 
     bool AwaitLine(const std::string& text)
     {
-        std::string lines;
+        std::string block(1 << 16, ' ');
         pollfd item{output, POLLIN, 0};
-        for (char byte = 0; poll(&item, 1, kPatience) == 1 && read(output, &byte, 1) == 1; lines += byte)
-            if (byte == '\n' && lines.find(text) != std::string::npos) return true;
-        return false;
+        while (true)
+        {
+            const std::size_t end = written.find('\n', written.find(text));
+            written.erase(0, (end != std::string::npos ? end : written.rfind('\n')) + 1);
+            if (end != std::string::npos) return true;
+            const ssize_t size = poll(&item, 1, kPatience) == 1 ? read(output, block.data(), block.size()) : 0;
+            if (size <= 0) return false;
+            written.append(block, 0, static_cast<std::size_t>(size));
+        }
     }
 
     /// @return as waitpid: 0 for the exit code 0, the number of a signal that ended it.
@@ -93,12 +105,13 @@ protected:
     OperatingMode operatingMode;
     TempFolder folder;
     std::string servers = folder.Endpoint("servers");
-    std::string clients = folder.Path("");
+    std::string addresses = folder.Path("");
     zmq::context_t context;
     zmq::socket_t bareServer{context, zmq::socket_type::dealer};
     std::unique_ptr<ipc::ZmqServerConnector> server;
     pid_t process = -1;
     int output = -1;
+    std::string written; // not yet awaited
 };
 
 TEST_F(Quillmere, BothPrioritiesAnswerBodiesOfEverySize)
@@ -122,7 +135,7 @@ TEST_F(Quillmere, ServiceReplacesItsLingeringConnectionAndComesBackAfterAKill)
     Start();
     ExpectEcho("status", "back");
     EXPECT_EQ(End(SIGTERM), 0);
-    EXPECT_TRUE(std::filesystem::is_empty(clients));
+    EXPECT_TRUE(std::filesystem::is_empty(addresses));
 }
 
 TEST_F(Quillmere, EchoedRegistrationCostsOnlyTheWaitingRequests)
@@ -137,6 +150,53 @@ TEST_F(Quillmere, EchoedRegistrationCostsOnlyTheWaitingRequests)
     }
     EXPECT_FALSE(std::filesystem::exists(folder.Path("other")));
     ExpectEcho("echo", "going on");
+}
+
+TEST_F(Quillmere, ServerStopsInTimeWhileFourClientsFloodIt)
+{
+    using Clock = std::chrono::steady_clock;
+    constexpr std::chrono::milliseconds kLongestStop(1500); // half a second of it is the stop's own
+    zebl::Log::RootLogger::GetInstance().SetLevel(TolvoLogLevel::Critical);
+    End(SIGTERM);
+    Start("--quiet=0");
+    std::vector<std::unique_ptr<ipc::AbstractClientConnector>> clients;
+    while (clients.size() < 4)
+        clients.push_back(factory.CreateZmqClientConnector(folder.Endpoint("flooded"), operatingMode));
+    {
+        const DescriptorsComeBack guard;
+        Serve("service", "flooded", ipc::ServerType::OnePriority);
+        server->StopListening();
+    }
+
+    auto drained = std::async(std::launch::async, [&] { return AwaitLine("no such line"); });
+    std::array<std::atomic<int>, 4> handled{};
+    server->RegisterCallback([&](const ByteVector& request, ByteVector&) { ++handled[request.at(0)]; });
+    std::atomic<bool> isOver{false};
+    std::vector<std::future<void>> flood;
+    for (unsigned char number = 0; number < handled.size(); ++number)
+    {
+        flood.push_back(std::async(std::launch::async, [&, number] {
+            for (ByteVector reply; !isOver;) clients[number]->SendRequest({number}, reply, 0);
+        }));
+    }
+    std::ptrdiff_t openWhenServed = 0;
+    for (int stop = 0; stop < 50; ++stop)
+    {
+        EXPECT_EQ(server->StartListening(), StatusCode::Success);
+        for (auto& count : handled) count = 0;
+        const auto isServed = [](int count) { return count > 20; };
+        EXPECT_TRUE(Await([&] { return std::all_of(handled.begin(), handled.end(), isServed); }));
+        if (stop == 0) openWhenServed = DescriptorsComeBack::Open();
+        EXPECT_TRUE(Await([&] { return DescriptorsComeBack::Open() == openWhenServed; }));
+        faults::areSleepsShort = stop >= 5;
+        const auto start = Clock::now();
+        EXPECT_EQ(server->StopListening(), StatusCode::Success);
+        EXPECT_LT(Clock::now() - start, kLongestStop);
+    }
+    isOver = true;
+    flood.clear();
+    kill(process, SIGTERM);
+    EXPECT_FALSE(drained.get());
 }
 
 TEST_F(Quillmere, RefusedRegistrationsHarmNothing)
