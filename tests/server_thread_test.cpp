@@ -1,11 +1,14 @@
 #include "support/World.h"
 
+#include <ipc/ResponsesFIFO.h>
 #include <ipc/ZmqConnectorFactory.h>
 
 #include <algorithm>
 #include <csignal>
 #include <future>
 #include <regex>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
 
 namespace
 {
@@ -263,6 +266,86 @@ TEST_F(ServerThread, OwnersOnEightThreadsDoNotDisturbEachOther)
     std::vector<std::future<int>> owners;
     for (int owner = 0; owner < 8; ++owner) owners.push_back(std::async(std::launch::async, live, owner));
     for (std::future<int>& owner : owners) EXPECT_EQ(owner.get(), 25 * 4 * 3);
+}
+
+/// While it lives, each thread that doesn't block SIGUSR2 gets it again and again, without SA_RESTART.
+struct SignalStorm
+{
+    ~SignalStorm() { isOver = true; }
+
+    static void Block()
+    {
+        sigset_t signals;
+        sigemptyset(&signals);
+        sigaddset(&signals, SIGUSR2);
+        pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    }
+
+    void Send()
+    {
+        Block();
+        struct sigaction action = {};
+        action.sa_handler = [](int) {};
+        sigaction(SIGUSR2, &action, nullptr);
+        prctl(PR_SET_TIMERSLACK, 1); // or the pause, without which nobody gets anywhere, grows
+        constexpr timespec kPause{0, 10'000};
+        for (; !isOver; nanosleep(&kPause, nullptr))
+            for (const auto& task : std::filesystem::directory_iterator("/proc/self/task"))
+                syscall(SYS_tgkill, getpid(), std::stoi(task.path().filename()), SIGUSR2);
+    }
+
+    std::atomic<bool> isOver{false};
+    std::future<void> sender = std::async(std::launch::async, [this] { Send(); });
+};
+
+TEST_F(ServerThread, SignalsAtAnyWaitEndNothingButRequestsOfClients)
+{
+    constexpr int kRequests = 300;
+    std::atomic<int> servedLives{0};
+    auto peer = std::async(std::launch::async, [&] {
+        SignalStorm::Block();
+        int replies = 0;
+        zmq::message_t sender, body;
+        while (service.recv(sender) && service.recv(body) && body.to_string() != "end")
+        {
+            if (sender.to_string() != "id") // a client
+                service.Send({sender.to_string(), body.to_string()});
+            else if ("id|" + body.to_string() == Registration("id", "svc"))
+                for (replies = 0; replies < kRequests; ++replies) service.Send({"id", std::to_string(replies)});
+            else if (body.to_string() == std::to_string(replies - kRequests) && ++replies == 2 * kRequests)
+                ++servedLives;
+        }
+    });
+    ipc::ZmqClientDealerConnector dealer(context.handle(), endpoint, folder.Endpoint("interrupt"));
+    ipc::ResponsesFIFO fifo;
+    EXPECT_EQ(fifo.Initialize(), StatusCode::Success);
+    OperatingMode mode;
+    const auto isFine = [](auto& client) {
+        ByteVector reply;
+        const StatusCode status = client.SendRequest(Bytes("body"), reply, kPatience);
+        return status == StatusCode::Success ? Text(reply) == "body" : status == MakeStatusCodeFromErrno(EINTR);
+    };
+    OnePriority anonymous(endpoint, context.handle(), "");
+    {
+        const DescriptorsComeBack guard;
+        const SignalStorm storm;
+        for (int life = 1; life <= 500 && !HasFailure(); ++life)
+        {
+            EXPECT_EQ(server.StartListening(), StatusCode::Success);
+            EXPECT_TRUE(Await([&] { return servedLives == life; }));
+            ipc::ZmqClientConnector persistent(endpoint, mode, context.handle());
+            EXPECT_TRUE(isFine(persistent) && isFine(dealer));
+            EXPECT_EQ(anonymous.StartListening(), MakeStatusCodeFromErrno(EINVAL));
+            fifo.PushResponse(Bytes("queued"));
+            EXPECT_EQ(Text(fifo.PopResponse()), "queued");
+            EXPECT_EQ(server.StopListening(), StatusCode::Success);
+        }
+    }
+    for (const std::string& line : log.Take())
+        EXPECT_TRUE(std::regex_search(line, std::regex("([ ,]4|=1022)$"))) << line;
+    ByteVector reply;
+    dealer.SendRequest(Bytes("end"), reply, 0);
+    peer.get();
 }
 
 TEST_F(ServerThread, PollingGoesOnAfterASignalAndEndsWithAnError)
