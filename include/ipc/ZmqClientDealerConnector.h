@@ -19,8 +19,9 @@ namespace zeb::tolvo::ipc
 /// Any number of threads may call `SendRequest` at the same time; the context must stay alive while one does. Its
 /// sockets keep ZeroMQ's default linger: a request that nobody has taken makes the end of the context wait for ever, so
 /// end a context with `ZMQ_BLOCKY` switched off where a service may be gone for good. An `inproc` endpoint that nobody
-/// binds keeps a descriptor for every request until somebody does, and so does an `inproc` publisher that is never
-/// used: ZeroMQ lets go of closed subscribers when it sends or is asked for its `ZMQ_EVENTS`.
+/// binds keeps a descriptor for every request until somebody does. An interrupt publisher that neither sends nor is
+/// asked for its `ZMQ_EVENTS` doesn't let go of the subscribers of ended requests: it keeps a descriptor for each over
+/// `inproc`, and memory over any transport.
 class TOLVO_IPC_EXPORT ZmqClientDealerConnector
 {
 public:
