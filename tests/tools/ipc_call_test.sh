@@ -94,6 +94,15 @@ expect 2 '' "${said}--log: \"8\" is no level: .*" "$call" --log 8 "$status"
 without_output() { "$call" "$@" >&-; }
 expect 1 '' "${said}standard output: Bad file descriptor" without_output "$status" </dev/null
 
+for tool in "$call" "$quillmere"; do
+    expect 0 'tolvo-[a-z-]+ [0-9]+\.[0-9]+\.[0-9]+' '' "$tool" --version
+    expect 0 '.*Usage: .*' '' "$tool" --help
+    wide=$(awk 'length($0) > 80' "$folder/out")
+    [[ -z $wide ]] || fail "more than 80 columns: $wide"
+done
+expect 0 '' '' bash -c "set -o pipefail; '$quillmere' --servers 'ipc://$folder/other' --clients '$folder' | true"
+[[ ! -e $folder/other ]] || fail "a closed output leaves a socket behind"
+
 # A reader that has gone ends it by SIGPIPE, without a word.
 exec 8<>"$folder/replies"
 exec 9>"$folder/replies" 8<&-

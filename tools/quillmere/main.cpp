@@ -53,22 +53,23 @@ void Serve(const Options& options)
 int main(int argc, char** argv)
 {
     Options options;
-    CLI::App app("The registration service for a desk, where no device is at hand: services register at ENDPOINT, and\n"
-                 "clients reach each of them at its address in DIRECTORY. A desk tool; a device has its own.",
+    CLI::App app("The registration service for a desk, where no device is at hand: services\n"
+                 "register at ENDPOINT, and clients reach each of them at its address in\n"
+                 "DIRECTORY. A desk tool; a device has its own.",
                  "tolvo-quillmere");
-    app.add_option("--servers", options.servers, "ZeroMQ endpoint for the services, such as ipc:///tmp/desk/servers")
+    app.add_option("--servers", options.servers, "ZeroMQ endpoint for the services, such as\nipc:///tmp/desk/servers")
         ->required()
         ->type_name("ENDPOINT");
-    app.add_option("--clients", options.clients, "existing directory; address A is served at ipc://DIRECTORY/A")
+    app.add_option("--clients", options.clients, "existing directory; address A is served at\nipc://DIRECTORY/A")
         ->required()
         ->type_name("DIRECTORY");
     app.add_option("--quiet", options.quietMs,
-                   "how long a service must be silent after it registered, before it gets requests")
+                   "how long a service must be silent after it\nregistered, before it gets requests")
         ->check(CLI::Range(0, std::numeric_limits<int>::max()))
         ->capture_default_str()
         ->type_name("MS");
     app.add_flag("--trace", options.isTracing, "write a line for each frame that passes");
-    app.footer("SIGUSR1 makes it write a table of the services and their requests; the end does so too.");
+    app.footer("SIGUSR1 makes it write a table of the services and their requests; the end does\nso too.");
     if (const auto exitCode = ParseCommandLine(app, argc, argv)) return *exitCode;
 
     try
