@@ -177,6 +177,19 @@ TEST_F(ServerThread, RefusedIdentityAndEndpointsCostNoDescriptorHoweverOften)
     }
 }
 
+TEST_F(ServerThread, ThrowsWhenNoThreadCanBeCreatedAndStartsOnceOneCan)
+{
+    pthread_attr_t usual, huge;
+    pthread_getattr_default_np(&usual);
+    pthread_getattr_default_np(&huge);
+    ASSERT_EQ(pthread_attr_setstacksize(&huge, SIZE_MAX / 8 * 7), 0); // more than there is
+    ASSERT_EQ(pthread_setattr_default_np(&huge), 0);
+    EXPECT_THROW(server.StartListening(), std::system_error);
+    pthread_setattr_default_np(&usual);
+    StartAndRegister();
+    Stop();
+}
+
 TEST_F(ServerThread, FailedStopIsCompletedByTheNextStart)
 {
     for (const std::string function : {"zmq_socket", "zmq_bind"})
