@@ -35,9 +35,9 @@ TEST(Report, TraceLinesFitATerminalWhateverTheBodyHolds)
 TEST(Report, TableIsAlignedAndNamesEachServer)
 {
     const std::vector<ServerReport> reports = {{"a", "an identity", 12'345'678, 1, 2, 3, 1500us, 2s}, {"\x01", "b"}};
-    EXPECT_EQ(Table(reports), "address identity      passed answered dropped waiting median ms worst ms\n"
-                              "a       an identity 12345678        1       2       3     1.500 2000.000\n"
-                              "\\x01    b                  0        0       0       0     0.000    0.000\n");
+    EXPECT_EQ(Table(reports), "  passed answered dropped waiting median ms worst ms address identity\n"
+                              "12345678        1       2       3     1.500 2000.000 a       an identity\n"
+                              "       0        0       0       0     0.000    0.000 \\x01    b\n");
 }
 
 TEST(AnswerTimes, AreKnownWithinOnePercentAndTheWorstExactly)

@@ -104,14 +104,14 @@ std::string TraceLine(const Passage& passage, std::chrono::system_clock::time_po
 std::string Table(const std::vector<ServerReport>& reports)
 {
     using Row = std::array<std::string, 8>;
-    constexpr std::size_t kNames = 2; // the first columns, aligned to the left
+    constexpr std::size_t kAddress = 6; // names stand last: long ones then leave the numbers in their columns
 
-    std::vector<Row> rows{{"address", "identity", "passed", "answered", "dropped", "waiting", "median ms", "worst ms"}};
+    std::vector<Row> rows{{"passed", "answered", "dropped", "waiting", "median ms", "worst ms", "address", "identity"}};
     for (const ServerReport& report : reports)
     {
-        rows.push_back({Escape(report.address), Escape(report.identity), std::to_string(report.passed),
-                        std::to_string(report.answered), std::to_string(report.dropped), std::to_string(report.waiting),
-                        Milliseconds(report.median), Milliseconds(report.worst)});
+        rows.push_back({std::to_string(report.passed), std::to_string(report.answered), std::to_string(report.dropped),
+                        std::to_string(report.waiting), Milliseconds(report.median), Milliseconds(report.worst),
+                        Escape(report.address), Escape(report.identity)});
     }
 
     std::array<std::size_t, std::tuple_size_v<Row>> widths{};
@@ -121,12 +121,13 @@ std::string Table(const std::vector<ServerReport>& reports)
                        [](const std::string& cell, std::size_t width) { return std::max(cell.size(), width); });
     }
 
+    widths.back() = 0; // nothing stands behind it
     std::ostringstream table;
     for (const Row& row : rows)
     {
         for (std::size_t column = 0; column < row.size(); ++column)
         {
-            table << (column == 0 ? "" : " ") << (column < kNames ? std::left : std::right)
+            table << (column == 0 ? "" : " ") << (column < kAddress ? std::right : std::left)
                   << std::setw(static_cast<int>(widths[column])) << row[column];
         }
         table << '\n';
