@@ -33,7 +33,8 @@ public:
     ///
     /// The handler runs on the server thread, one request at a time, and finds `response` empty. It must not throw
     /// (the process ends in `std::terminate`), must not call `StopListening` or `StartListening` of its own server,
-    /// and delays every other request, and a stop, for as long as it runs.
+    /// and delays every other request, and a stop, for as long as it runs. Signals are blocked on that thread, but for
+    /// those that a fault raises; a process that the handler starts inherits that, unless it is reset.
     /// @param callback the handler, copied.
     void RegisterCallback(std::function<void(const ByteVector& request, ByteVector& response)> callback);
 

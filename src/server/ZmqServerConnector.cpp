@@ -59,6 +59,7 @@ public:
     {
         sigset_t all;
         sigfillset(&all);
+        for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS, SIGABRT}) sigdelset(&all, fault);
         pthread_sigmask(SIG_SETMASK, &all, &mBefore);
     }
 
@@ -148,6 +149,9 @@ StatusCode ZmqServerConnector::StartThread()
 
 void ZmqServerConnector::RunServerThread(std::promise<StatusCode>& startup)
 {
+    // Replies carry no number: after one that a signal made ZeroMQ refuse, the next would be taken for it. Once for the
+    // thread, since around each reply it would cost more than the reply.
+    const SignalsBlocked blocked;
     TOLVO_IPC_LOG(kLogTrace, "[trace] Server thread - Start thread", kClassTag.c_str());
     mControlEndpoint = EndpointName(kControlEndpointPrefix + "/", std::this_thread::get_id());
     CreateSocketsAndRunServer(startup);
@@ -218,7 +222,6 @@ void ZmqServerConnector::JoinServerThread()
 /// has been given the same id, and ZeroMQ's reaper could be closing the subscriber meanwhile.
 void ZmqServerConnector::ReleasePendingSubscriber()
 {
-    const SignalsBlocked blocked;
     ScopedSocket publisher;
     publisher.handle = zmq_socket(mContext, ZMQ_PUB);
     if (publisher.handle == nullptr) return;
@@ -258,7 +261,6 @@ StatusCode ZmqServerConnector::SetSocketIdentity(void* socket, const std::string
 
 StatusCode ZmqServerConnector::CreateControlSocket(void** socket)
 {
-    const SignalsBlocked blocked;
     // The subscriber connects first; the publisher binds this endpoint only when the server is stopped.
     StatusCode status = CreateSocket(ZMQ_SUB, socket);
     if (status == kSuccess) status = Connect(*socket, mControlEndpoint);
@@ -268,7 +270,6 @@ StatusCode ZmqServerConnector::CreateControlSocket(void** socket)
 
 StatusCode ZmqServerConnector::CreateFrontEndSocket(void** frontEnd, void** monitor, const std::string& identity)
 {
-    const SignalsBlocked blocked;
     StatusCode status = CreateSocket(ZMQ_DEALER, frontEnd);
     // Before the connect: the first connection's event must not be missed.
     if (status == kSuccess) status = CreateMonitorSocket(*frontEnd, monitor);
@@ -292,8 +293,6 @@ StatusCode ZmqServerConnector::CreateMonitorSocket(void* socket, void** monitor)
 
 void ZmqServerConnector::ProcessConnectionEvents(void* monitor, void* frontEnd, ByteVector& startupMessage)
 {
-    // An event that is read in part, or a registration that is not sent, would leave this connection unregistered.
-    const SignalsBlocked blocked;
     {
         zmq_msg_t event{};
         if (zmq_msg_init(&event) < 0) return;
@@ -367,8 +366,6 @@ bool ZmqServerConnector::ProcessAndSendReply(zmq_msg_t* message, int size, void*
     ByteVector response;
     ProcessRequest(request, response);
 
-    // Replies carry no number: after one that is not sent, the next would be taken for it.
-    const SignalsBlocked blocked;
     if (zmq_send(socket, response.data(), response.size(), ZMQ_DONTWAIT) >= 0) return true;
     TOLVO_IPC_LOG(kLogError, " Failed to send RESPONSE, %d", kClassTag.c_str(), zmq_errno());
     return false;
