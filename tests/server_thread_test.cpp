@@ -367,6 +367,9 @@ TEST_F(ServerThread, PollingGoesOnAfterASignalAndEndsWithAnError)
     pthread_t thread{};
     server.RegisterCallback([&](const ByteVector& request, ByteVector& response) {
         thread = pthread_self();
+        sigset_t none;
+        sigemptyset(&none);
+        pthread_sigmask(SIG_SETMASK, &none, nullptr); // or no signal would come
         response = request;
     });
     StartAndRegister();
