@@ -53,7 +53,7 @@ void HandleRequest(const ipc::ByteVector& request, ipc::ByteVector& response)
 
 int Serve(const std::string& servers, const std::string& address, const std::string& identity)
 {
-    // Blocked before the server thread exists, which inherits it: the signals then wait for sigwait below.
+    // Blocked before there are other threads, which inherit it: the signals then wait for sigwait below.
     sigset_t stopSignals;
     sigemptyset(&stopSignals);
     sigaddset(&stopSignals, SIGINT);

@@ -7,7 +7,7 @@ using namespace zeb::tolvo;
 
 int main()
 {
-    sigset_t stop; // blocked before the server thread exists, so that sigwait gets it
+    sigset_t stop; // blocked, so that sigwait gets it
     sigemptyset(&stop);
     sigaddset(&stop, SIGINT);
     pthread_sigmask(SIG_BLOCK, &stop, nullptr);

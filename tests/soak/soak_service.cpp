@@ -24,7 +24,6 @@ int main(int argc, char** argv)
     soak::LetSignalInterrupt();
     if (server->StartListening() != StatusCode::Success) return 1;
 
-    soak::BlockSignals(); // they then meet the server thread
-    for (char byte = 0; read(STDIN_FILENO, &byte, 1) != 0;) continue;
+    for (char byte = 0; read(STDIN_FILENO, &byte, 1) != 0;) continue; // a signal ends a read, not the service
     return server->StopListening() == StatusCode::Success ? 0 : 1;
 }
