@@ -44,12 +44,4 @@ inline void LetSignalInterrupt()
     sigaction(SIGUSR1, &action, nullptr); // no SA_RESTART
 }
 
-/// Leaves them to the other threads.
-inline void BlockSignals()
-{
-    sigset_t signals;
-    sigfillset(&signals);
-    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-}
-
 } // namespace soak

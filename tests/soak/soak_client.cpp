@@ -14,6 +14,7 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <csignal>
 #include <iostream>
 #include <malloc.h>
 #include <memory>
@@ -39,6 +40,14 @@ struct MayWait : ipc::OperatingModeInterface
 {
     bool IsBlockingForbidden() override { return false; }
 } mode;
+
+/// Leaves them to the other threads.
+void BlockSignals()
+{
+    sigset_t signals;
+    sigfillset(&signals);
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+}
 
 std::int64_t NowNs() { return std::chrono::nanoseconds(std::chrono::steady_clock::now().time_since_epoch()).count(); }
 
@@ -111,7 +120,7 @@ int main(int argc, char** argv)
     publisher.bind(argv[3]);
     std::atomic<bool> isEnding{false};
     std::thread interrupter([&] {
-        soak::BlockSignals(); // they then meet the thread that asks
+        BlockSignals(); // they then meet the thread that asks
         // The publisher is polled as well: ZeroMQ lets go of subscribers that have left when it is looked after.
         std::array<zmq::pollitem_t, 2> items{
             {{nullptr, STDIN_FILENO, ZMQ_POLLIN, 0}, {publisher.handle(), 0, ZMQ_POLLIN, 0}}};

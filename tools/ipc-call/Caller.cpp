@@ -24,14 +24,14 @@ public:
     }
 
 private:
-    struct WaitingAllowed : ipc::OperatingModeInterface
+    struct MayWait : ipc::OperatingModeInterface
     {
         bool IsBlockingForbidden() override { return false; }
     };
 
     std::string mEndpoint;
     int mTimeoutMs;
-    WaitingAllowed mOperatingMode;
+    MayWait mOperatingMode;
     std::unique_ptr<ipc::AbstractClientConnector> mConnector; // null until the first call and after a failed one
 };
 

@@ -1,20 +1,20 @@
 #include "ipc-call/HexText.h"
 
-#include <string_view>
+#include "common/Bytes.h"
 
 namespace zeb::tolvo::desk
 {
 
 std::string HexText(const ipc::ByteVector& reply)
 {
-    constexpr std::string_view kDigits = "0123456789abcdef";
     std::string hex;
     std::string text;
     for (const unsigned char byte : reply)
     {
+        const auto character = static_cast<char>(byte);
         if (!hex.empty()) hex += ' ';
-        hex.append({kDigits[byte / 16], kDigits[byte % 16]});
-        text += byte >= ' ' && byte <= '~' ? static_cast<char>(byte) : '.';
+        hex += Hex({&character, 1});
+        text += IsPrintable(character) ? character : '.';
     }
     return hex + "  |" + text + '|';
 }

@@ -1,5 +1,7 @@
 #include "quillmere/Lines.h"
 
+#include "common/Bytes.h"
+
 #include <zebl/RootLogger.h>
 
 #include <cerrno>
@@ -27,7 +29,7 @@ std::string Escape(std::string_view name)
     std::string escaped;
     for (const char& character : name.substr(0, kLongestShown))
     {
-        if (character >= ' ' && character <= '~' && character != '"' && character != '\\')
+        if (IsPrintable(character) && character != '"' && character != '\\')
             escaped += character;
         else
             escaped.append("\\x").append(Hex({&character, 1}));
@@ -36,18 +38,6 @@ std::string Escape(std::string_view name)
 }
 
 std::string Quote(std::string_view name) { return '"' + Escape(name) + '"'; }
-
-std::string Hex(std::string_view bytes)
-{
-    constexpr std::string_view kDigits = "0123456789abcdef";
-    std::string digits;
-    for (const char character : bytes)
-    {
-        const auto byte = static_cast<unsigned char>(character);
-        digits.append(1, kDigits[byte / 16]).append(1, kDigits[byte % 16]);
-    }
-    return digits;
-}
 
 void Note(const std::string& line) { PrintError(TolvoLogLevel::Notice, line); }
 

@@ -13,9 +13,6 @@ std::string Escape(std::string_view name);
 /// The same in quotes.
 std::string Quote(std::string_view name);
 
-/// Two lower-case digits for each byte.
-std::string Hex(std::string_view bytes);
-
 /// Each writes one line to standard error.
 void Note(const std::string& line);
 void Warn(const std::string& line);

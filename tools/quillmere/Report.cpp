@@ -1,5 +1,6 @@
 #include "quillmere/Report.h"
 
+#include "common/Bytes.h"
 #include "quillmere/Lines.h"
 
 #include <algorithm>
@@ -47,7 +48,7 @@ std::optional<std::string> Text(std::string_view body)
         const std::size_t space = kSpaces.find(character);
         if (space != std::string_view::npos)
             text.append("\\").append(1, kLetters[space]);
-        else if (character >= ' ' && character <= '~')
+        else if (IsPrintable(character))
             text += character;
         else
             return std::nullopt;
