@@ -29,7 +29,7 @@ class Case:
 
     def add(self, way, run):
         self.values[way].append(measure(run))
-        for name in ("lost", "ordinary_before", "bytes"):
+        for name in ("lost_so_far", "ordinary_before", "bytes"):
             if name in run:
                 self.counters.setdefault(name, {}).setdefault(way, []).append(run[name])
 
@@ -42,6 +42,9 @@ class Case:
 
     def ratio(self, way):
         return statistics.median(self.ratios(way))
+
+    def lost(self, *ways):
+        return max((int(count) for way in ways for count in self.counters.get("lost_so_far", {}).get(way, [])), default=0)
 
     def noise(self):
         """How far from 1 plain ZeroMQ's ratio to itself may lie: the 95 % interval of its median."""
@@ -91,10 +94,9 @@ def print_table(cases):
 
     print()
     for name, case in cases.items():
-        lost = {way: int(sum(values)) for way, values in case.counters.get("lost", {}).items()}
-        if any(lost.values()):
-            print(f"{name}: replies lost by plain ZeroMQ {lost['plain']} and {lost['plain-again']}, "
-                  f"by the library {lost['library']}")
+        plain, library = case.lost("plain", "plain-again"), case.lost("library")
+        if plain or library:
+            print(f"{name}: replies lost by plain ZeroMQ {plain} in two thirds of the runs, by the library {library}")
         if "ordinary_before" in case.counters:
             before = {way: statistics.median(values) for way, values in case.counters["ordinary_before"].items()}
             print(f"{name}: ordinary requests answered before an urgent one: plain ZeroMQ {before['plain']:.1f}, "
@@ -115,7 +117,7 @@ def missed_bounds(cases):
             yield from more_than(name, "time of a reply", case.ratio("library"), 1 / 0.97, case.noise())
         if group.startswith("throughput/") and not (group.endswith("/ipc") and last.startswith("900x")):
             # Of 900 over ipc ZeroMQ itself loses some: its queue may refuse from the 501st on.
-            yield from more_than(name, "replies lost", sum(case.counters["lost"]["library"]), 0, 0)
+            yield from more_than(name, "replies lost", case.lost("library"), 0, 0)
         if group.startswith("urgent/two-priorities/"):
             before = statistics.median(case.counters["ordinary_before"]["library"])
             yield from more_than(name, "ordinary requests before an urgent one", before, 10, 0)
