@@ -7,7 +7,7 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 seconds=${1:-30}
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-found=${2:-$work}
+found=${2:-$work/found}
 scripts/setup.sh fuzz
 scripts/build.sh fuzz switchboard_fuzz
 mkdir -p "$found"

@@ -31,22 +31,23 @@ trap CleanUp EXIT
 processor=$(taskset -cp $$ | sed -E 's/.*: ([0-9]+).*/\1/')
 taskset -cp "$processor" $$ >/dev/null
 
-# Runs one side under the given command, opposite a plain peer in a process of its own.
+# Runs one side under the given command, opposite a plain peer in a process of its own. What fails ends it: "set -e" does
+# nothing in a command whose result is looked at.
 RunSide()
 {
     local side=$1 way=$2 count=$3 bytes=$4
     shift 4
     if [[ $side == server ]]; then
         timeout "$patience" "$program" caller "$endpoint" "$count" "$bytes" &
-        timeout "$patience" "$@" "$program" "$way-server" "$endpoint" "$count" "$bytes"
+        timeout "$patience" "$@" "$program" "$way-server" "$endpoint" "$count" "$bytes" || return
         wait "$!"
     else
         mkfifo "$folder/end"
         timeout "$patience" "$program" echo "$endpoint" 0 0 <"$folder/end" &
         exec {end}>"$folder/end"
-        timeout "$patience" "$@" "$program" "$way-client" "$endpoint" "$count" "$bytes"
+        timeout "$patience" "$@" "$program" "$way-client" "$endpoint" "$count" "$bytes" || return
         exec {end}>&-
-        wait "$!"
+        wait "$!" || return
         rm "$folder/end"
     fi
 }
@@ -63,7 +64,7 @@ Instructions()
 # ZeroMQ's own, then all others.
 Allocations()
 {
-    RunSide "$@" env LD_PRELOAD="$PWD/$counter" TOLVO_ALLOCATIONS="$folder/allocations"
+    RunSide "$@" env LD_PRELOAD="$PWD/$counter" TOLVO_ALLOCATIONS="$folder/allocations" || return
     cat "$folder/allocations"
 }
 
@@ -71,8 +72,8 @@ Allocations()
 PerRequest()
 {
     local measure=$1 side=$2 way=$3 bytes=$4 less more
-    less=$("$measure" "$side" "$way" "$few" "$bytes")
-    more=$("$measure" "$side" "$way" "$many" "$bytes")
+    less=$("$measure" "$side" "$way" "$few" "$bytes") || return
+    more=$("$measure" "$side" "$way" "$many" "$bytes") || return
     awk -v n="$((many - few))" 'NF == 0 || NF % 2 { exit 1 }
                         { for (i = 1; i <= NF / 2; ++i) $i = sprintf("%.2f", ($(i + NF / 2) - $i) / n)
                           NF /= 2; gsub("-0.00", "0.00"); print }' \
