@@ -6,4 +6,6 @@ pkg_check_modules(ZeroMQ REQUIRED IMPORTED_TARGET libzmq>=4.3)
 find_path(ZeroMQ_HEADERS zmq.h HINTS ${ZeroMQ_INCLUDE_DIRS} REQUIRED)
 set_target_properties(PkgConfig::ZeroMQ PROPERTIES
     INTERFACE_COMPILE_OPTIONS "" INTERFACE_INCLUDE_DIRECTORIES ${ZeroMQ_HEADERS})
-find_package(nlohmann_json 3.11 REQUIRED)
+if(NOT TOLVO_IPC_SYSTEM_PLATFORM OR TOLVO_IPC_BUILD_TOOLS)
+    find_package(nlohmann_json 3.11 REQUIRED)
+endif()

@@ -1,8 +1,9 @@
-# tolvo_ipc_install_library(TARGET PACKAGE NAME NAMESPACE NS COMPONENT NAME DESCRIPTION TEXT
+# tolvo_ipc_install_library(TARGET PACKAGE NAME NAMESPACE NS DESCRIPTION TEXT
+#                           COMPONENT NAME DEVELOPMENT_COMPONENT NAME
 #                           [CMAKE_DEPENDS "PACKAGE [VERSION]"...] [PKG_CONFIG_REQUIRES MODULE...])
 #
 # Installs a shared library for other people's builds: the library in COMPONENT; its headers, a CMake package and a
-# pkg-config file, which finds its prefix from where it lies, in COMPONENT's development component.
+# pkg-config file, which finds its prefix from where it lies, in DEVELOPMENT_COMPONENT.
 
 include(CMakePackageConfigHelpers)
 

@@ -8,15 +8,18 @@ function(package component name section summary description)
     list(APPEND CPACK_COMPONENTS_ALL ${component})
     string(TOUPPER ${component} upper)
     list(JOIN ARGN ", " depends)
-    foreach(assignment IN ITEMS NAME=${name} SECTION=${section} DEPENDS=${depends})
-        string(REGEX MATCH "^([A-Z]+)=(.*)$" matched ${assignment})
-        set(CPACK_DEBIAN_${upper}_PACKAGE_${CMAKE_MATCH_1} ${CMAKE_MATCH_2} PARENT_SCOPE)
-    endforeach()
+    set(CPACK_DEBIAN_${upper}_PACKAGE_NAME ${name} PARENT_SCOPE)
+    set(CPACK_DEBIAN_${upper}_PACKAGE_SECTION ${section} PARENT_SCOPE)
+    set(CPACK_DEBIAN_${upper}_PACKAGE_DEPENDS "${depends}" PARENT_SCOPE)
     set(CPACK_COMPONENT_${upper}_DESCRIPTION "${summary}\n${description}" PARENT_SCOPE)
     set(CPACK_COMPONENTS_ALL ${CPACK_COMPONENTS_ALL} PARENT_SCOPE)
 endfunction()
 
 set(same_version "(= ${PROJECT_VERSION})")
+set(stand_ins)
+if(NOT TOLVO_IPC_SYSTEM_PLATFORM)
+    set(stand_ins "tolvo-platform-stand-ins-dev ${same_version}")
+endif()
 set(CPACK_COMPONENTS_ALL)
 package(runtime libtolvo-ipc-transport${PROJECT_VERSION_MAJOR} libs
     "request/reply transport between the services of one device"
@@ -24,17 +27,21 @@ package(runtime libtolvo-ipc-transport${PROJECT_VERSION_MAJOR} libs
 package(development libtolvo-ipc-transport-dev libdevel
     "request/reply transport between the services of one device (development)"
     "Headers, CMake package and pkg-config file of libtolvo-ipc-transport."
-    "libtolvo-ipc-transport${PROJECT_VERSION_MAJOR} ${same_version}" "tolvo-platform-stand-ins-dev ${same_version}")
-package(platform tolvo-platform-stand-ins libs
-    "stand-ins for the device's own libraries"
-    "Statuses, logging and registration messages for a desk. No device image\ninstalls them.")
-package(platform-development tolvo-platform-stand-ins-dev libdevel
-    "stand-ins for the device's own libraries (development)"
-    "Headers, CMake packages and pkg-config files of the stand-ins."
-    "tolvo-platform-stand-ins ${same_version}" nlohmann-json3-dev)
-package(tools tolvo-ipc-tools utils
-    "registration service and shell client for the desk"
-    "tolvo-quillmere registers services where no device is at hand; tolvo-ipc-call\nsends requests from a shell.")
+    "libtolvo-ipc-transport${PROJECT_VERSION_MAJOR} ${same_version}" ${stand_ins})
+if(NOT TOLVO_IPC_SYSTEM_PLATFORM)
+    package(platform tolvo-platform-stand-ins libs
+        "stand-ins for the device's own libraries"
+        "Statuses, logging and registration messages for a desk. No device image\ninstalls them.")
+    package(platform-development tolvo-platform-stand-ins-dev libdevel
+        "stand-ins for the device's own libraries (development)"
+        "Headers, CMake packages and pkg-config files of the stand-ins."
+        "tolvo-platform-stand-ins ${same_version}" nlohmann-json3-dev)
+endif()
+if(TOLVO_IPC_BUILD_TOOLS)
+    package(tools tolvo-ipc-tools utils
+        "registration service and shell client for the desk"
+        "tolvo-quillmere registers services where no device is at hand; tolvo-ipc-call\nsends requests from a shell.")
+endif()
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
