@@ -2,6 +2,7 @@
 
 #include "client/Exchange.h"
 #include "common/ConstantString.h"
+#include "common/PollItem.h"
 #include "common/Status.h"
 
 #include <ipc/ZmqCommon.h>
@@ -67,12 +68,12 @@ StatusCode ZmqClientConnector::SendRequest(const ByteVector& request, ByteVector
 
 StatusCode ZmqClientConnector::WaitForResponse(ByteVector& response, int timeout)
 {
-    zmq_pollitem_t item{mSocket, 0, ZMQ_POLLIN, 0};
+    zmq_pollitem_t item = PollIn(mSocket);
     if (mOperatingMode.IsBlockingForbidden()) return kBlockingForbidden;
 
     const StatusCode status = AwaitReadable(&item, 1, timeout, kClassTag);
     if (status != kSuccess) return status;
-    if ((item.revents & ZMQ_POLLIN) == 0) return kSuccess;
+    if (!IsReadable(item)) return kSuccess;
     return ReceiveResponse(mSocket, response, kClassTag);
 }
 

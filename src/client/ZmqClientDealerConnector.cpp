@@ -2,6 +2,7 @@
 
 #include "client/Exchange.h"
 #include "common/ConstantString.h"
+#include "common/PollItem.h"
 #include "common/ScopedZmq.h"
 #include "common/Status.h"
 
@@ -65,14 +66,14 @@ StatusCode ZmqClientDealerConnector::SetSocketOpt(void* socket, int option, cons
 StatusCode ZmqClientDealerConnector::WaitForResponse(void* requestSocket, void* interruptSocket, ByteVector& response,
                                                      int timeout)
 {
-    zmq_pollitem_t items[] = {{requestSocket, 0, ZMQ_POLLIN, 0}, {interruptSocket, 0, ZMQ_POLLIN, 0}};
+    zmq_pollitem_t items[] = {PollIn(requestSocket), PollIn(interruptSocket)};
 
     StatusCode status = AwaitReadable(items, 2, timeout, kClassTag);
     if (status != kSuccess) return status;
 
-    if ((items[0].revents & ZMQ_POLLIN) != 0) status = ReceiveResponse(requestSocket, response, kClassTag);
+    if (IsReadable(items[0])) status = ReceiveResponse(requestSocket, response, kClassTag);
     // An interrupt outweighs whatever was received in the same wake-up.
-    if ((items[1].revents & ZMQ_POLLIN) != 0) status = kInterrupted;
+    if (IsReadable(items[1])) status = kInterrupted;
     return status;
 }
 

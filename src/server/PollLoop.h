@@ -8,10 +8,6 @@
 namespace zeb::tolvo::ipc
 {
 
-inline zmq_pollitem_t PollIn(void* socket) { return {socket, 0, ZMQ_POLLIN, 0}; }
-
-inline bool IsReadable(const zmq_pollitem_t& item) { return (item.revents & ZMQ_POLLIN) != 0; }
-
 /// Waits without time-out until an item is readable; a signal does not end the wait.
 /// @return false when polling has failed, which is logged under `tag`.
 bool WaitForEvents(zmq_pollitem_t* items, int count, const std::string& tag);

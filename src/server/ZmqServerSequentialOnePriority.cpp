@@ -1,6 +1,7 @@
 #include <ipc/ZmqServerSequentialOnePriority.h>
 
 #include "common/ConstantString.h"
+#include "common/PollItem.h"
 #include "common/ScopedZmq.h"
 #include "common/Status.h"
 #include "server/PollLoop.h"
