@@ -6,8 +6,8 @@
 
 #include <zebl/RootLogger.h>
 
-#include <cstdlib>
 #include <iostream>
+#include <string>
 #include <unistd.h>
 
 namespace zeb::tolvo::bench

@@ -39,7 +39,7 @@ constexpr std::size_t kFloodThreads = 48;
 constexpr std::size_t kRequestsPerThread = 50;
 constexpr std::size_t kAnswersBetweenUrgent = 40;
 
-class AlwaysMayWait : public ipc::OperatingModeInterface
+class MayWait : public ipc::OperatingModeInterface
 {
 public:
     bool IsBlockingForbidden() override { return false; }
@@ -92,7 +92,7 @@ public:
 
 private:
     std::string mEndpoint;
-    AlwaysMayWait mOperatingMode; // outlives the connector
+    MayWait mOperatingMode; // outlives the connector
     std::unique_ptr<ipc::AbstractClientConnector> mConnector;
 };
 

@@ -12,7 +12,6 @@
 #include <condition_variable>
 #include <cstdint>
 #include <cstdlib>
-#include <functional>
 #include <future>
 #include <iostream>
 #include <memory>
@@ -36,7 +35,7 @@ constexpr int kPatienceMs = 2000;
 constexpr long kTickNs = 250'000'000;
 constexpr std::uint64_t kWorkers = 2;
 
-class AlwaysMayWait : public ipc::OperatingModeInterface
+class MayWait : public ipc::OperatingModeInterface
 {
 public:
     bool IsBlockingForbidden() override { return false; }
@@ -106,7 +105,7 @@ struct Job
 /// @return true when every request was answered.
 bool AskInRounds(unsigned int worker, const Job& job, ipc::ResponsesFIFO& responses, QuitFlag& quit)
 {
-    AlwaysMayWait operatingMode;
+    MayWait operatingMode;
     std::unique_ptr<ipc::AbstractClientConnector> client;
     bool isAllAnswered = true;
     auto nextRound = std::chrono::steady_clock::now();

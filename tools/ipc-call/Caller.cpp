@@ -56,7 +56,8 @@ private:
 
 } // namespace
 
-Callers::Callers(const std::string& endpoint, int timeoutMs, const std::optional<std::string>& interruptEndpoint)
+CallerMaker::CallerMaker(const std::string& endpoint, int timeoutMs,
+                         const std::optional<std::string>& interruptEndpoint)
     : mEndpoint(endpoint), mTimeoutMs(timeoutMs), mInterruptEndpoint(interruptEndpoint)
 {
     if (!mInterruptEndpoint) return;
@@ -64,7 +65,7 @@ Callers::Callers(const std::string& endpoint, int timeoutMs, const std::optional
     mContext->set(zmq::ctxopt::blocky, false); // its end waits for no request that nobody took
 }
 
-std::unique_ptr<Caller> Callers::Make()
+std::unique_ptr<Caller> CallerMaker::Make()
 {
     if (!mInterruptEndpoint) return std::make_unique<KeepingCaller>(mEndpoint, mTimeoutMs);
     return std::make_unique<InterruptibleCaller>(*mContext, mEndpoint, *mInterruptEndpoint, mTimeoutMs);

@@ -28,11 +28,11 @@ public:
 };
 
 /// Makes the callers of one service, each with a connector of its own. It outlives them.
-class Callers
+class CallerMaker
 {
 public:
     /// @param interruptEndpoint where messages end the waits; without it nothing does.
-    Callers(const std::string& endpoint, int timeoutMs, const std::optional<std::string>& interruptEndpoint);
+    CallerMaker(const std::string& endpoint, int timeoutMs, const std::optional<std::string>& interruptEndpoint);
 
     std::unique_ptr<Caller> Make();
 

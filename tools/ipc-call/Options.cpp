@@ -2,7 +2,6 @@
 
 #include "common/CommandLine.h"
 
-#include <algorithm>
 #include <array>
 #include <limits>
 #include <string_view>

@@ -8,7 +8,7 @@
 namespace zeb::tolvo::desk
 {
 
-RepeatedCalls::RepeatedCalls(Callers& callers, std::vector<ipc::ByteVector> requests, std::uint64_t repeat,
+RepeatedCalls::RepeatedCalls(CallerMaker& maker, std::vector<ipc::ByteVector> requests, std::uint64_t repeat,
                              unsigned int parallel)
     : mRequests(std::move(requests)),
       mWanted(mRequests.size() * repeat),
@@ -17,7 +17,7 @@ RepeatedCalls::RepeatedCalls(Callers& callers, std::vector<ipc::ByteVector> requ
     try
     {
         for (std::size_t missing = mRunning; missing > 0; --missing)
-            mThreads.emplace_back([this, caller = callers.Make()] { RunCaller(*caller); });
+            mThreads.emplace_back([this, caller = maker.Make()] { RunCaller(*caller); });
     }
     catch (...)
     {

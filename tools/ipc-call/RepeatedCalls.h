@@ -27,7 +27,8 @@ public:
     /// @param requests sent in turn, the first one again after the last.
     /// @param repeat how often each is sent.
     /// @throws std::system_error when a thread can't be created.
-    RepeatedCalls(Callers& callers, std::vector<ipc::ByteVector> requests, std::uint64_t repeat, unsigned int parallel);
+    RepeatedCalls(CallerMaker& maker, std::vector<ipc::ByteVector> requests, std::uint64_t repeat,
+                  unsigned int parallel);
 
     /// Waits for the requests that are under way; no other is sent.
     ~RepeatedCalls();

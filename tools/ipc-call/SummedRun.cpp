@@ -53,7 +53,7 @@ void EndBy(int signal)
 
 } // namespace
 
-bool RunSummed(Callers& callers, std::vector<ipc::ByteVector> requests, const Options& options)
+bool RunSummed(CallerMaker& maker, std::vector<ipc::ByteVector> requests, const Options& options)
 {
     const sigset_t signals = WatchedSignals();
     pthread_sigmask(SIG_BLOCK, &signals, nullptr); // in the callers' and ZeroMQ's threads as well
@@ -61,7 +61,7 @@ bool RunSummed(Callers& callers, std::vector<ipc::ByteVector> requests, const Op
     // Where the library may write lines of its own, it would mix them with the progress.
     Progress progress(options.logLevel <= TolvoLogLevel::Critical);
     const auto start = Clock::now();
-    const RepeatedCalls calls(callers, std::move(requests), options.repeat.value_or(1), options.parallel.value_or(1));
+    const RepeatedCalls calls(maker, std::move(requests), options.repeat.value_or(1), options.parallel.value_or(1));
     const int signal = Watch(calls, start, progress);
 
     const auto elapsed = Clock::now() - start;

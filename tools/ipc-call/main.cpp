@@ -70,9 +70,9 @@ std::vector<ByteVector> ReadRequests(bool isByLine)
 bool Run(const Options& options)
 {
     RequireStandardDescriptors();
-    Callers callers(options.endpoint, options.timeoutMs, options.interruptEndpoint);
-    if (options.IsSummed()) return RunSummed(callers, ReadRequests(options.isByLine), options);
-    const auto caller = callers.Make();
+    CallerMaker maker(options.endpoint, options.timeoutMs, options.interruptEndpoint);
+    if (options.IsSummed()) return RunSummed(maker, ReadRequests(options.isByLine), options);
+    const auto caller = maker.Make();
     return options.isByLine ? ExchangeLines(*caller, options) : Exchange(*caller, ReadAll(), options);
 }
 

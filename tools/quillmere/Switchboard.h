@@ -10,7 +10,6 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <map>
 #include <optional>
@@ -88,7 +87,7 @@ public:
     /// Sends requests to the servers whose quiet time is over. First take what the servers have sent.
     void ReleaseHeld(TimePoint now);
 
-    /// @return when `ReleaseHeld` must be called at the latest; nothing when no request is held.
+    /// @return when `ReleaseHeld` must be called at the latest; nothing when no server is in its quiet time.
     std::optional<TimePoint> NextRelease() const;
 
     /// @return one for each identity that has ever registered.
