@@ -83,9 +83,10 @@ TEST(Failures, HaveTheirLinesStatusesAndClosesAndLeaveNothingOpen)
 {
     std::ifstream table(FAILURES_TABLE);
     int rows = 0;
-    for (std::string line; std::getline(table, line); ++rows)
+    for (std::string line; std::getline(table, line);)
     {
         if (line.front() == '#') continue;
+        ++rows;
         SCOPED_TRACE(line);
         Lines cells = Split(line, "\\|");
         cells.resize(5);

@@ -1,5 +1,5 @@
 #include "DeviceStatus.h"
-#include "support/Peers.h"
+#include "support/Basics.h"
 
 #include <gtest/gtest.h>
 

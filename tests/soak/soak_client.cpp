@@ -21,6 +21,7 @@
 #include <random>
 #include <string>
 #include <thread>
+#include <unistd.h>
 
 namespace
 {

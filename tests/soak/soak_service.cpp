@@ -5,6 +5,7 @@
 #include <ipc/ZmqConnectorFactory.h>
 
 #include <memory>
+#include <unistd.h>
 
 using namespace zeb::tolvo;
 

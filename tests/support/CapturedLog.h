@@ -1,6 +1,6 @@
 #pragma once
 
-#include "support/Peers.h"
+#include "support/Basics.h"
 
 #include <zebl/RootLogger.h>
 

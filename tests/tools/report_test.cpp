@@ -40,18 +40,4 @@ TEST(Report, TableIsAlignedAndNamesEachServer)
                               "       0        0       0       0     0.000    0.000 \\x01    b\n");
 }
 
-TEST(AnswerTimes, AreKnownWithinOnePercentAndTheWorstExactly)
-{
-    AnswerTimes times, others;
-    EXPECT_EQ(times.Percentile(0.5), 0ns);
-    for (int answer = 1; answer <= 1000; ++answer) (answer % 2 == 0 ? times : others).Add(answer * 1234ns);
-    times.Add(others);
-    EXPECT_EQ(times.Count(), 1000U);
-    for (const int percent : {1, 50, 99})
-        EXPECT_NEAR(static_cast<double>(times.Percentile(percent / 100.0).count()), percent * 12'340.0,
-                    percent * 123.4);
-    EXPECT_EQ(times.Percentile(1), times.Worst());
-    EXPECT_EQ(times.Worst(), 1'234'000ns);
-}
-
 } // namespace

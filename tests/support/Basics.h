@@ -1,0 +1,78 @@
+#pragma once
+
+#include <ipc/ByteVector.h>
+#include <ipc/OperatingModeInterface.h>
+
+#include <tolvo/StatusCode.h>
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace ipc = zeb::tolvo::ipc;
+using ipc::ByteVector;
+using zeb::tolvo::MakeStatusCodeFromErrno;
+using zeb::tolvo::StatusCode;
+using Lines = std::vector<std::string>;
+
+constexpr int kPatience = 10'000; // ms that a correct program never needs
+
+inline ByteVector Bytes(const std::string& text) { return {text.begin(), text.end()}; }
+
+inline std::string Text(const ByteVector& bytes) { return {bytes.begin(), bytes.end()}; }
+
+/// A folder of its own for socket files, removed at the end.
+struct TempFolder
+{
+    TempFolder()
+    {
+        if (mkdtemp(mPath.data()) == nullptr) throw std::runtime_error("mkdtemp");
+    }
+
+    ~TempFolder() { std::filesystem::remove_all(mPath); }
+
+    std::string Path(const std::string& name) const { return mPath + "/" + name; }
+
+    std::string Endpoint(const std::string& name) const { return "ipc://" + Path(name); }
+
+private:
+    std::string mPath = std::filesystem::temp_directory_path() / "tolvo-ipc-XXXXXX";
+};
+
+/// @return whether the condition has become true in time.
+template <typename Condition>
+bool Await(Condition isTrue)
+{
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(kPatience);
+    while (!isTrue() && std::chrono::steady_clock::now() < end) std::this_thread::yield();
+    return isTrue();
+}
+
+/// Expects as many open descriptors at its end as at its start, and awaits them: ZeroMQ closes sockets on a thread of
+/// its own.
+struct DescriptorsComeBack
+{
+    ~DescriptorsComeBack()
+    {
+        Await([&] { return Open() == before; });
+        EXPECT_EQ(Open(), before);
+    }
+
+    static std::ptrdiff_t Open() { return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}); }
+
+    const std::ptrdiff_t before = Open();
+};
+
+/// A host that lets its clients wait unless told otherwise.
+struct OperatingMode : ipc::OperatingModeInterface
+{
+    bool IsBlockingForbidden() override { return isForbidden; }
+
+    bool isForbidden = false;
+};
