@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Fails when the library's binary interface for x86-64 is no longer that of abi/x86_64.abi: abi.sh, after
-# build.sh package. What was added is no failure. `abi.sh renew` takes today's interface as the reference.
+# Fails when the library's binary interface for x86-64 is no longer that of abi/x86_64.abi; what was added is no failure.
+# `abi.sh renew` takes today's interface as the reference.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -20,7 +20,7 @@ esac
 
 scripts/setup.sh abi
 scripts/build.sh package tolvo-ipc-transport
-if [ "${1:-}" = renew ]; then
+if [[ ${1:-} == renew ]]; then
     abidw --exported-interfaces-only --type-id-style hash \
         --no-show-locs --no-corpus-path --no-comp-dir-path --no-elf-needed --out-file "$reference" "$library"
     exit

@@ -8,7 +8,7 @@ packages=(libc6-dev libstdc++-12-dev libzmq3-dev cppzmq-dev nlohmann-json3-dev l
 
 codename=$(sed -n 's/^VERSION_CODENAME=//p' /etc/os-release)
 contents="$codename ${packages[*]}"
-[ "$(cat "$sysroot/contents" 2>/dev/null)" != "$contents" ] || exit 0
+[[ $(cat "$sysroot/contents" 2>/dev/null) != "$contents" ]] || exit 0
 echo "Unpacking armhf packages"
 
 work=$(mktemp -d)

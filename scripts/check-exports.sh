@@ -6,7 +6,7 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 classes=$(sed -nE 's/^class TOLVO_IPC_EXPORT ([A-Za-z]+).*/\1/p' include/ipc/*.h | paste -sd'|')
 exported=$(nm -DC --defined-only "$1" | cut -d' ' -f3-)
 strays=$(grep -vE "^((vtable|typeinfo|typeinfo name) for )?zeb::tolvo::ipc::($classes)(::|@|$)|^TOLVO_IPC_0" <<<"$exported" || true)
-[ -z "$strays" ] || {
+[[ -z $strays ]] || {
     printf 'Exported without being declared:\n%s\n' "$strays"
     exit 1
 }

@@ -26,7 +26,7 @@ Rows()
 Same() { diff --label "$1" --label "$2" -u /dev/fd/3 /dev/fd/4; }
 
 unreadable=$(Uses | grep -vE '"[^"]+",$' || true)
-[ -z "$unreadable" ] || {
+[[ -z $unreadable ]] || {
     printf 'A log line whose format is no single literal:\n%s\n' "$unreadable"
     exit 1
 }

@@ -28,7 +28,7 @@ scripts/setup.sh package
 scripts/build.sh package
 Pack build/package amd64
 
-if [ "${1:-}" = armhf ]; then
+if [[ ${1:-} == armhf ]]; then
     scripts/setup.sh armv7
     scripts/armv7-sysroot.sh "$PWD/build/armv7-sysroot"
     scripts/build.sh armv7

@@ -19,19 +19,19 @@ packages[docs]="${packages[build]} doxygen graphviz mandoc"
 packages[guide]="${packages[build]} python3 python3-zmq"
 
 wanted=${packages[${1:-none}]:-}
-if [ -z "$wanted" ]; then
+if [[ -z $wanted ]]; then
     echo "usage: $0 build|test|check|armv7|package|abi|tsan|bench|soak|memcheck|fuzz|docs|guide" >&2
     exit 2
 fi
 
 missing=()
 for package in $wanted; do
-    [ "$(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null)" = installed ] || missing+=("$package")
+    [[ $(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null) == installed ]] || missing+=("$package")
 done
-[ ${#missing[@]} -eq 0 ] && exit 0
+[[ ${#missing[@]} != 0 ]] || exit 0
 
 root=()
-if [ "$(id -u)" -ne 0 ]; then
+if [[ $(id -u) != 0 ]]; then
     command -v sudo >/dev/null || {
         echo "$0: missing packages, and neither root nor sudo to install them: ${missing[*]}" >&2
         exit 1

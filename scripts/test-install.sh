@@ -52,9 +52,9 @@ Greet()
     service=$!
     Await "$lines" 'registered as "greeter"'
     answer=$(timeout "$patience" "$1/hello_client") || Fail "the client failed"
-    [ "$answer" = "hi too" ] || Fail "the client got '$answer'"
+    [[ $answer == "hi too" ]] || Fail "the client got '$answer'"
     answer=$(printf hello | timeout "$patience" "$2/tolvo-ipc-call" "ipc://$folder/clients/greeter")
-    [ "$answer" = "hello too" ] || Fail "tolvo-ipc-call got '$answer'"
+    [[ $answer == "hello too" ]] || Fail "tolvo-ipc-call got '$answer'"
     End "$service" INT service
     service=
     End "$quillmere" TERM "registration service"
@@ -103,14 +103,14 @@ libdir=$(dirname "$(echo "$work"/moved/lib/*/libtolvo-ipc-transport.so)")
 for stray in "$PWD" "$work/first"; do
     if grep -rlF -- "$stray" "$work/moved"; then Fail "the files above name $stray"; fi
 done
-[ "$(readelf -d "$libdir/libtolvo-ipc-transport.so" | sed -n 's/.*soname: \[\(.*\)\]/\1/p')" = \
-    libtolvo-ipc-transport.so.0 ] || Fail "the soname is another"
+soname=$(readelf -d "$libdir/libtolvo-ipc-transport.so" | sed -n 's/.*soname: \[\(.*\)\]/\1/p')
+[[ $soname == libtolvo-ipc-transport.so.0 ]] || Fail "the soname is $soname"
 Quietly scripts/check-hardening.sh "$libdir"/*.so "$work"/moved/bin/*
 
 echo "A device image: the runtime component alone"
 Quietly cmake --install build/package --prefix "$work/image" --component runtime
 strays=$(find "$work/image" ! -type d ! -name 'libtolvo-ipc-transport.so.*')
-[ -z "$strays" ] || Fail "the runtime component holds $strays"
+[[ -z $strays ]] || Fail "the runtime component holds $strays"
 
 echo "A CMake project against the moved prefix"
 BuildWithCMake "$work/cmake" "$work/moved"
@@ -148,7 +148,7 @@ Quietly cmake -S . -B "$work/alone" -G Ninja -DCMAKE_CXX_COMPILER=clang++ -DTOLV
 Quietly cmake --build "$work/alone"
 Quietly cmake --install "$work/alone" --prefix "$work/device"
 strays=$(find "$work/alone" "$work/device" -name 'lib*.so*' ! -name 'libtolvo-ipc-transport.so*')
-[ -z "$strays" ] || Fail "stand-ins were built: $strays"
+[[ -z $strays ]] || Fail "stand-ins were built: $strays"
 BuildWithCMake "$work/on-device" "$work/device;$work/platform"
 platform=$(dirname "$(echo "$work"/platform/lib/*/libtolvo-foundation.so)")
 LD_LIBRARY_PATH=$platform Greet "$work/on-device" "$work/moved/bin"

@@ -5,7 +5,7 @@ set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 prefix=$(realpath -m "$1")
-[ ! -e "$prefix/complete" ] || exit 0
+[[ ! -e $prefix/complete ]] || exit 0
 scripts/setup.sh tsan
 echo "Building libzmq with the thread sanitizer"
 
