@@ -109,7 +109,7 @@ Frame& Caller::Receive()
 void Caller::Exchange(const std::string& identity, const ByteVector& body)
 {
     Send(identity, body);
-    Require(Receive().Size() == body.size(), "a reply of another size");
+    if (Receive().Size() != body.size()) throw std::runtime_error("a reply of another size");
 }
 
 EchoPeer::EchoPeer(void* context, const std::string& endpoint)

@@ -9,7 +9,7 @@
 namespace zeb::tolvo::bench
 {
 
-/// Directly after a ZeroMQ call.
+/// Directly after a call that sets `errno`.
 /// @throws std::runtime_error that tells why it was not done.
 inline void Require(bool isDone, const char* call)
 {

@@ -52,7 +52,7 @@ private:
     void TakeReply()
     {
         Frame& reply = mServer.GetCaller().Receive();
-        Require(reply.Size() == mBodies.front().size(), "a reply of another size");
+        if (reply.Size() != mBodies.front().size()) throw std::runtime_error("a reply of another size");
         std::uint64_t number = 0;
         std::memcpy(&number, reply.Data(), sizeof number);
         mLost += number - mAnswered;
