@@ -16,12 +16,12 @@ namespace zeb::tolvo::ipc
 /// A message published before the request's subscriber has connected is lost, so publish until the call has returned.
 /// A reply that comes after its request has ended is lost, never given to another request.
 ///
-/// Any number of threads may call `SendRequest` at the same time; the context must stay alive while one does. Its
-/// sockets keep ZeroMQ's default linger: a request that nobody has taken makes the end of the context wait for ever, so
-/// end a context with `ZMQ_BLOCKY` switched off where a service may be gone for good. An `inproc` endpoint that nobody
-/// binds keeps a descriptor for every request until somebody does. An interrupt publisher that neither sends nor is
-/// asked for its `ZMQ_EVENTS` doesn't let go of the subscribers of ended requests: it keeps a descriptor for each over
-/// `inproc`, and memory over any transport.
+/// Any number of threads may call `SendRequest` at the same time; the context must stay alive while one does. The
+/// connector's sockets keep ZeroMQ's default linger: a request that nobody has taken makes the end of the context wait
+/// for ever, so switch `ZMQ_BLOCKY` off in the context before the first request where a service may be gone for good.
+/// An `inproc` endpoint that nobody binds keeps a descriptor for every request until somebody does. An interrupt
+/// publisher that neither sends nor is asked for its `ZMQ_EVENTS` doesn't let go of the subscribers of ended requests:
+/// it keeps a descriptor for each over `inproc`, and memory over any transport.
 class TOLVO_IPC_EXPORT ZmqClientDealerConnector
 {
 public:
@@ -42,7 +42,8 @@ public:
     /// @param response replaced by the reply when one was received, otherwise left as it was.
     /// @param timeout milliseconds to wait for the reply; -1 waits without limit, 0 looks once.
     /// @return
-    /// - `Success`: `response` holds the reply.
+    /// - `Success`: `response` holds the reply. (A ZeroMQ call that fails with error number 0 counts as success too and
+    ///   leaves `response` as it was.)
     /// - `TimedOut` (76): no reply within `timeout`.
     /// - `Interrupted` (12): a message on the interrupt endpoint ended the wait. A reply received at the same moment
     ///   is in `response`.
@@ -52,7 +53,6 @@ public:
 
 protected:
     /// @cond internal
-    // A socket that was created is left in the out-parameter when a later step fails; the caller closes it.
     StatusCode CreateSocket(int type, void** socket);
     StatusCode Connect(void* socket, const std::string& endpoint);
     StatusCode SetSocketOpt(void* socket, int option, const void* value, unsigned int length);

@@ -39,16 +39,18 @@ public:
     /// When an earlier stop has failed, this first completes it, which may take a stop's half second.
     /// @return
     /// - `Success`: requests are being served.
-    /// - `Failure` (1): the front-end's connection can't be watched, or an earlier stop can't be completed.
+    /// - `Failure` (1): the front-end's connection can't be watched, or ZeroMQ refuses with error number 0 to complete
+    ///   an earlier stop.
     /// - otherwise `MakeStatusCodeFromErrno` of the ZeroMQ call that failed; nothing is left running or open. An empty
     ///   identity and a bad endpoint (`EINVAL`) show here.
-    /// - the failure of the earlier stop, when it can't be completed either; its thread still runs.
+    /// - the failure of the earlier stop, when it can't be completed for another reason. In both cases its thread still
+    ///   runs.
     /// @throws std::system_error when the thread can't be created.
     StatusCode StartListening() override;
 
-    /// Stops the server thread and joins it. Takes half a second and the rest of the request being handled; requests
-    /// that are queued meanwhile stay unanswered. Does nothing on a server that does not listen. Never call it from
-    /// the handler: it would join its own thread.
+    /// Stops the server thread and joins it. Takes half a second, or the rest of the request being handled if that is
+    /// longer; requests that are queued meanwhile stay unanswered. Does nothing on a server that does not listen. Never
+    /// call it from the handler: it would join its own thread.
     /// @return
     /// - `Success`: the thread has ended and its sockets are closed. (A last message that ZeroMQ refuses with error
     ///   number 0 counts as success too: the thread then runs on, as below.)
@@ -88,8 +90,6 @@ protected:
     /// socket is closed.
     void ReleasePendingSubscriber();
 
-    // A socket that was created is left in the out-parameter when a later step fails; the caller closes it.
-
     /// @cond internal
     StatusCode CreateSocket(int type, void** socket);
     StatusCode Connect(void* socket, const std::string& endpoint);
@@ -109,10 +109,12 @@ protected:
     /// @return `Success`, `Failure` when the connection can't be watched, or the ZeroMQ call's failure.
     StatusCode CreateFrontEndSocket(void** frontEnd, void** monitor, const std::string& identity);
     /// @cond internal
+    // `monitor` is set when it was created, also when the connection fails; the caller closes it.
     StatusCode CreateMonitorSocket(void* socket, void** monitor);
     /// @endcond
 
-    /// Takes one event and registers when the connection stands. Blocks unless `monitor` is readable.
+    /// Takes one event and registers when the connection stands. Blocks unless `monitor` is readable, and while ZeroMQ
+    /// can't queue the registration.
     /// @param monitor the front-end's monitor.
     /// @param frontEnd where the registration is sent.
     /// @param startupMessage the registration; not sent before `SetStartupMessage` was called.

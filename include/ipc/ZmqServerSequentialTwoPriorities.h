@@ -5,12 +5,12 @@
 namespace zeb::tolvo::ipc
 {
 
-/// Server with an ordinary and a high-priority front-end, both connected to the same endpoint and answered by one
-/// thread, one request at a time. While both have requests waiting, 40 high-priority ones are answered, then 10
-/// ordinary ones, and so on: neither starves.
+/// Server with an ordinary and an urgent front-end, both connected to the same endpoint and answered by one thread, one
+/// request at a time. While both have requests waiting, 40 urgent ones are answered, then 10 ordinary ones, and so on:
+/// neither starves.
 ///
-/// The high-priority front-end's identity is the given one followed by "RT"; it registers under "RT" followed by the
-/// given address.
+/// The urgent front-end's identity is the given one followed by "RT"; it registers under "RT" followed by the given
+/// address.
 class TOLVO_IPC_EXPORT ZmqServerSequentialTwoPriorities : public ZmqServerConnector
 {
 public:

@@ -15,7 +15,7 @@ constexpr auto kLogTrace = static_cast<TolvoLogLevel>(7);
 } // namespace zeb::tolvo::ipc
 
 /// Prints "[thread][tag]" and the text. `format` is a literal that continues after the tag; the arguments are the tag
-/// (a std::string), then those of the format. None of them is evaluated when the level suppresses the line, and
+/// (a C string), then those of the format. None of them is evaluated when the level suppresses the line, and
 /// nothing before them changes `errno`, so `zmq_errno()` may be one.
 #define TOLVO_IPC_LOG(level, format, ...)                                                                              \
     do {                                                                                                               \

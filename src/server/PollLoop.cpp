@@ -13,7 +13,7 @@ bool WaitForEvents(zmq_pollitem_t* items, int count, const std::string& tag)
     while (zmq_poll(items, count, kNoTimeout) < 0)
     {
         const int error = zmq_errno();
-        if (error == EINTR) continue;
+        if (error == EINTR) continue; // a handler may have unblocked signals
         TOLVO_IPC_LOG(kLogError, " zmq_poll exited with error %d", tag.c_str(), error);
         return false;
     }

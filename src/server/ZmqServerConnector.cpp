@@ -14,7 +14,6 @@
 #include <functional>
 #include <locale>
 #include <sstream>
-#include <utility>
 
 namespace zeb::tolvo::ipc
 {
@@ -50,8 +49,8 @@ void WaitForSubscriber()
     }
 }
 
-/// Keeps signals from the calling thread while it lives. Any ZeroMQ call may fail when one arrives, and none is
-/// repeated here; where a failure would outlast the call, it is kept away.
+/// Blocks signals on the calling thread while it lives, but for those that a fault raises. A signal may make any ZeroMQ
+/// call fail, and the calls in its scope are not repeated.
 class SignalsBlocked
 {
 public:
@@ -149,8 +148,8 @@ StatusCode ZmqServerConnector::StartThread()
 
 void ZmqServerConnector::RunServerThread(std::promise<StatusCode>& startup)
 {
-    // Replies carry no number: after one that a signal made ZeroMQ refuse, the next would be taken for it. Once for the
-    // thread, since around each reply it would cost more than the reply.
+    // Replies carry no number: after one that a signal made ZeroMQ refuse, the next would be taken for it. For the
+    // whole thread: around each reply it would cost more time than the reply.
     const SignalsBlocked blocked;
     TOLVO_IPC_LOG(kLogTrace, "[trace] Server thread - Start thread", kClassTag.c_str());
     mControlEndpoint = EndpointName(kControlEndpointPrefix + "/", std::this_thread::get_id());

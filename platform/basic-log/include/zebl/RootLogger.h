@@ -34,8 +34,9 @@ public:
     const std::atomic<unsigned char>* mLevel = &mCurrentLevel;
 
     /// Writes one line, newline appended, to standard error with a single `write`, so that lines of several threads
-    /// never mix. A line of any length is written whole, unless memory has run out. Prints nothing when `level` is
-    /// above the current one. Leaves `errno` as it was.
+    /// don't mix; in a pipe that holds for lines of up to `PIPE_BUF` bytes. A line of any length is written whole,
+    /// unless memory has run out or standard error takes no more without waiting. Prints nothing when `level` is above
+    /// the current one. Leaves `errno` as it was.
     void Print(TolvoLogLevel level, const char* format, ...) __attribute__((format(printf, 3, 4)));
 
     /// For desk programs; may be called while other threads log.
