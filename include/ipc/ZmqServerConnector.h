@@ -48,9 +48,10 @@ public:
     /// @throws std::system_error when the thread can't be created.
     StatusCode StartListening() override;
 
-    /// Stops the server thread and joins it. Takes half a second, or the rest of the request being handled if that is
-    /// longer; requests that are queued meanwhile stay unanswered. Does nothing on a server that does not listen. Never
-    /// call it from the handler: it would join its own thread.
+    /// Stops the server thread and joins it. Takes half a second, or what the server thread is doing if that takes
+    /// longer: handling a request, or waiting for room to queue the registration. Requests that are queued meanwhile
+    /// stay unanswered. Does nothing on a server that does not listen. Never call it from the handler: it would join
+    /// its own thread.
     /// @return
     /// - `Success`: the thread has ended and its sockets are closed. (A last message that ZeroMQ refuses with error
     ///   number 0 counts as success too: the thread then runs on, as below.)
