@@ -192,6 +192,7 @@ TEST_F(ServerThread, ThrowsWhenNoThreadCanBeCreatedAndStartsOnceOneCan)
 
 TEST_F(ServerThread, FailedStopIsCompletedByTheNextStart)
 {
+    const DescriptorsComeBack guard;
     for (const std::string function : {"zmq_socket", "zmq_bind"})
     {
         StartAndRegister();
@@ -365,14 +366,22 @@ TEST_F(ServerThread, PollingGoesOnAfterASignalAndEndsWithAnError)
 {
     const auto usual = std::signal(SIGUSR1, [](int) {});
     pthread_t thread{};
+    sigset_t none, abort, blocked;
+    sigemptyset(&none);
+    sigemptyset(&abort);
+    sigemptyset(&blocked);
+    sigaddset(&abort, SIGABRT);
     server.RegisterCallback([&](const ByteVector& request, ByteVector& response) {
         thread = pthread_self();
-        sigset_t none;
-        sigemptyset(&none);
-        pthread_sigmask(SIG_SETMASK, &none, nullptr); // or no signal would come
+        pthread_sigmask(SIG_SETMASK, &none, &blocked); // or no signal would come
         response = request;
     });
+    pthread_sigmask(SIG_BLOCK, &abort, nullptr); // stays blocked, unlike what a fault raises otherwise
     StartAndRegister();
+    pthread_sigmask(SIG_UNBLOCK, &abort, nullptr);
+    EXPECT_EQ(Exchange("request"), "id|request");
+    EXPECT_TRUE(sigismember(&blocked, SIGABRT) == 1 && sigismember(&blocked, SIGTERM) == 1);
+    EXPECT_EQ(sigismember(&blocked, SIGSEGV), 0);
     for (int signal = 0; signal < 20; ++signal)
     {
         EXPECT_EQ(Exchange("request"), "id|request");

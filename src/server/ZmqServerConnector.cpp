@@ -50,7 +50,7 @@ void WaitForSubscriber()
 }
 
 /// Blocks signals on the calling thread while it lives, but for those that a fault raises. A signal may make any ZeroMQ
-/// call fail, and the calls in its scope are not repeated.
+/// call fail, and only the server's polling is repeated.
 class SignalsBlocked
 {
 public:
@@ -59,7 +59,7 @@ public:
         sigset_t all;
         sigfillset(&all);
         for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS, SIGABRT}) sigdelset(&all, fault);
-        pthread_sigmask(SIG_SETMASK, &all, &mBefore);
+        pthread_sigmask(SIG_BLOCK, &all, &mBefore);
     }
 
     ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &mBefore, nullptr); }
