@@ -76,7 +76,10 @@ void ExpectRow(const Lines& cells, int level)
                                      {"server", "[ipc::ZmqServerConnector]"},
                                      {"control", world.one.mControlEndpoint.c_str()}})
         lines = std::regex_replace(lines, std::regex("\\{" + std::string(name) + "\\}"), text);
-    EXPECT_EQ(world.log.Take(), level == 3 ? Split(lines, " / ") : Lines{});
+    Lines printed = world.log.Take();
+    for (std::string& line : printed)
+        line = std::regex_replace(line, std::regex("inproc://server/monitor/[0-9]+"), "{monitor}");
+    EXPECT_EQ(printed, level == 3 ? Split(lines, " / ") : Lines{});
 }
 
 TEST(Failures, HaveTheirLinesStatusesAndClosesAndLeaveNothingOpen)

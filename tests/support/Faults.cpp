@@ -22,6 +22,7 @@ struct State
     std::recursive_mutex mutex;
     std::map<std::string, std::pair<int, int>> faults; // error number, and the calls that it spares before
     std::map<void*, std::pair<std::string, std::thread::id>> sockets; // those that are not ZeroMQ's own
+    std::map<int, int> made;                                          // of each type
     std::vector<std::string> calls;
     bool isRecording = false;
 };
@@ -90,7 +91,11 @@ extern "C"
         void* socket = real(context, type);
         const Lock lock(Get().mutex);
         if (socket != nullptr && tCallsInside == 0)
-            Get().sockets[socket] = {kSocketTypes[type], std::this_thread::get_id()};
+        {
+            const int number = ++Get().made[type];
+            Get().sockets[socket] = {kSocketTypes[type] + (number > 1 ? std::to_string(number) : ""),
+                                     std::this_thread::get_id()};
+        }
         return socket;
     }
 
@@ -135,6 +140,7 @@ void Record()
 {
     const Lock lock(Get().mutex);
     Get().calls.clear();
+    Get().made.clear();
     Get().isRecording = true;
 }
 

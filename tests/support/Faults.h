@@ -11,7 +11,8 @@ namespace faults
 /// The next call of `function` fails with `error`, or the one after `skip` further ones. One fault for each function.
 void Fail(const std::string& function, int error, int skip = 0);
 
-/// Starts to note the calls, for instance "zmq_connect inproc://a" or "zmq_close DEALER".
+/// Starts to note the calls, for instance "zmq_connect inproc://a" or "zmq_close DEALER". The second socket of a type
+/// that is made from now on is "DEALER2", and so on.
 void Record();
 
 /// The calls noted since `Record` that begin with a match of the regular expression. A socket closed by another thread
