@@ -19,9 +19,14 @@ constexpr std::size_t kUsualLine = 512;
 
 void WriteLine(char* line, std::size_t length)
 {
-    line[length] = '\n';
-    while (write(STDERR_FILENO, line, length + 1) < 0 && errno == EINTR)
+    line[length++] = '\n';
+    while (length > 0)
     {
+        const ssize_t written = write(STDERR_FILENO, line, length);
+        if (written < 0 && errno == EINTR) continue;
+        if (written <= 0) return;
+        line += written;
+        length -= static_cast<std::size_t>(written);
     }
 }
 

@@ -33,10 +33,10 @@ public:
     /// for a line that would be dropped. First member, since callers built elsewhere read it in place.
     const std::atomic<unsigned char>* mLevel = &mCurrentLevel;
 
-    /// Writes one line, newline appended, to standard error with a single `write`, so that lines of several threads
-    /// don't mix; in a pipe that holds for lines of up to `PIPE_BUF` bytes. A line of any length is written whole,
-    /// unless memory has run out or standard error takes no more without waiting. Prints nothing when `level` is above
-    /// the current one. Leaves `errno` as it was.
+    /// Writes one line, newline appended, to standard error, with a single `write` where that takes it whole, so
+    /// that lines of several threads don't mix; in a pipe that holds for lines of up to `PIPE_BUF` bytes. A line of any
+    /// length is written whole, unless memory has run out or standard error takes no more without waiting. Prints
+    /// nothing when `level` is above the current one. Leaves `errno` as it was.
     void Print(TolvoLogLevel level, const char* format, ...) __attribute__((format(printf, 3, 4)));
 
     /// For desk programs; may be called while other threads log.
