@@ -76,7 +76,7 @@ mkdir "$work/home"
 Extract
 {
     echo "set -euo pipefail"
-    echo "trap 'jobs -pr | xargs -r kill 2>/dev/null; wait' EXIT"
+    echo "trap 'for id in \$(jobs -pr); do kill \"\$id\" 2>/dev/null || true; done; wait' EXIT"
     cat "$work/blocks"
 } >"$work/session"
 
