@@ -39,12 +39,12 @@ public:
     /// When an earlier stop has failed, this first completes it, which may take a stop's half second.
     /// @return
     /// - `Success`: requests are being served.
-    /// - `Failure` (1): the front-end's connection can't be watched, or ZeroMQ refuses with error number 0 to complete
-    ///   an earlier stop.
+    /// - `Failure` (1): the front-end's connection can't be watched.
     /// - otherwise `MakeStatusCodeFromErrno` of the ZeroMQ call that failed; nothing is left running or open. An empty
     ///   identity and a bad endpoint (`EINVAL`) show here.
-    /// - the failure of the earlier stop, when it can't be completed for another reason. In both cases its thread still
-    ///   runs.
+    /// - when an earlier stop can't be completed: its failure, or `Failure` where ZeroMQ refused it with error number
+    /// 0;
+    ///   the earlier thread still runs.
     /// @throws std::system_error when the thread can't be created.
     StatusCode StartListening() override;
 
