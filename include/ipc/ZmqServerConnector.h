@@ -42,9 +42,8 @@ public:
     /// - `Failure` (1): the front-end's connection can't be watched.
     /// - otherwise `MakeStatusCodeFromErrno` of the ZeroMQ call that failed; nothing is left running or open. An empty
     ///   identity and a bad endpoint (`EINVAL`) show here.
-    /// - when an earlier stop can't be completed: its failure, or `Failure` where ZeroMQ refused it with error number
-    /// 0;
-    ///   the earlier thread still runs.
+    /// - when an earlier stop can't be completed: its failure, or `Failure` where ZeroMQ refused with error number 0.
+    ///   The earlier thread still runs.
     /// @throws std::system_error when the thread can't be created.
     StatusCode StartListening() override;
 
