@@ -16,19 +16,10 @@ function(package component name section summary description)
 endfunction()
 
 set(same_version "(= ${PROJECT_VERSION})")
+set(CPACK_COMPONENTS_ALL)
 set(stand_ins)
 if(NOT TOLVO_IPC_SYSTEM_PLATFORM)
     set(stand_ins "tolvo-platform-stand-ins-dev ${same_version}")
-endif()
-set(CPACK_COMPONENTS_ALL)
-package(runtime libtolvo-ipc-transport${PROJECT_VERSION_MAJOR} libs
-    "request/reply transport between the services of one device"
-    "Services answer requests of other processes; clients wait for a reply no\nlonger than they want to.")
-package(development libtolvo-ipc-transport-dev libdevel
-    "request/reply transport between the services of one device (development)"
-    "Headers, CMake package and pkg-config file of libtolvo-ipc-transport."
-    "libtolvo-ipc-transport${PROJECT_VERSION_MAJOR} ${same_version}" ${stand_ins})
-if(NOT TOLVO_IPC_SYSTEM_PLATFORM)
     package(platform tolvo-platform-stand-ins libs
         "stand-ins for the device's own libraries"
         "Statuses, logging and registration messages for a desk. No device image\ninstalls them.")
@@ -37,6 +28,13 @@ if(NOT TOLVO_IPC_SYSTEM_PLATFORM)
         "Headers, CMake packages and pkg-config files of the stand-ins."
         "tolvo-platform-stand-ins ${same_version}" nlohmann-json3-dev)
 endif()
+package(runtime libtolvo-ipc-transport${PROJECT_VERSION_MAJOR} libs
+    "request/reply transport between the services of one device"
+    "Services answer requests of other processes; clients wait for a reply no\nlonger than they want to.")
+package(development libtolvo-ipc-transport-dev libdevel
+    "request/reply transport between the services of one device (development)"
+    "Headers, CMake package and pkg-config file of libtolvo-ipc-transport."
+    "libtolvo-ipc-transport${PROJECT_VERSION_MAJOR} ${same_version}" ${stand_ins})
 if(TOLVO_IPC_BUILD_TOOLS)
     package(tools tolvo-ipc-tools utils
         "registration service and shell client for the desk"

@@ -376,7 +376,7 @@ TEST_F(ServerThread, PollingGoesOnAfterASignalAndEndsWithAnError)
         pthread_sigmask(SIG_SETMASK, &none, &blocked); // or no signal would come
         response = request;
     });
-    pthread_sigmask(SIG_BLOCK, &abort, nullptr); // stays blocked, unlike what a fault raises otherwise
+    pthread_sigmask(SIG_BLOCK, &abort, nullptr); // what the owner blocks stays blocked, also what a fault raises
     StartAndRegister();
     pthread_sigmask(SIG_UNBLOCK, &abort, nullptr);
     EXPECT_EQ(Exchange("request"), "id|request");
