@@ -1,4 +1,4 @@
-#include "support/World.h"
+#include "support/ServerThread.h"
 
 #include <ipc/ResponsesFIFO.h>
 #include <ipc/ZmqConnectorFactory.h>
@@ -14,51 +14,7 @@ namespace
 {
 
 const std::string kTag = "[ipc::ZmqServerConnector] ";
-const StatusCode kNoMemory = MakeStatusCodeFromErrno(ENOMEM);
 const std::string kTrace = "[ipc::ZmqServerConnector][trace] ";
-
-void Echo(const ByteVector& request, ByteVector& response) { response = request; }
-
-std::string Registration(const std::string& identity, const std::string& address)
-{
-    return identity + R"(|{"address":")" + address + R"(","type":"register"})";
-}
-
-struct ServerThread : testing::Test
-{
-    ServerThread()
-    {
-        faults::areSleepsShort = true;
-        server.RegisterCallback(Echo);
-        server.SetStartupMessage("svc");
-    }
-
-    ~ServerThread() override { faults::Reset(); }
-
-    void StartAndRegister()
-    {
-        ASSERT_EQ(server.StartListening(), StatusCode::Success);
-        ASSERT_EQ(service.Receive(), Registration("id", "svc"));
-    }
-
-    void Stop() { EXPECT_EQ(server.StopListening(), StatusCode::Success); }
-
-    std::string Exchange(const std::string& body)
-    {
-        service.Send({"id", body});
-        return service.Receive();
-    }
-
-    CapturedLog log;
-    TempFolder folder;
-    const std::string endpoint = folder.Endpoint("servers");
-    zmq::context_t outside;
-    Peer service{outside, zmq::socket_type::router, endpoint};
-    zmq::context_t context;
-    zmq::socket_t first{context, zmq::socket_type::pair}; // from here on ZeroMQ's threads have their descriptors
-    OnePriority server{endpoint, context.handle(), "id"};
-    OnePriority lonely{folder.Endpoint("nobody"), context.handle(), "id"};
-};
 
 TEST_F(ServerThread, RegistersAndAnswersUnderAnyIdentityAndAddress)
 {
@@ -188,46 +144,6 @@ TEST_F(ServerThread, ThrowsWhenNoThreadCanBeCreatedAndStartsOnceOneCan)
     pthread_setattr_default_np(&usual);
     StartAndRegister();
     Stop();
-}
-
-TEST_F(ServerThread, FailedStopIsCompletedByTheNextStart)
-{
-    const DescriptorsComeBack guard;
-    for (const std::string function : {"zmq_socket", "zmq_bind"})
-    {
-        StartAndRegister();
-        faults::Fail(function, ENOMEM);
-        EXPECT_EQ(server.StopListening(), kNoMemory);
-        Stop(); // listens no more
-        faults::Fail(function, ENOMEM);
-        EXPECT_EQ(server.StartListening(), kNoMemory);
-        const std::string line = function == "zmq_socket"
-                                     ? kTag + "Failed to create socket of type 1, 12"
-                                     : kTag + "Failed to bind socket " + server.mControlEndpoint + ", 12";
-        EXPECT_EQ(log.Take(), Lines(2, line));
-        StartAndRegister();
-        EXPECT_EQ(Exchange("served again"), "id|served again");
-        Stop();
-    }
-}
-
-TEST_F(ServerThread, RefusedTerminateIsCompletedOnceItsContextHasEnded)
-{
-    for (const auto& [isLate, error] : {std::pair(false, ENOMEM), {false, 0}, {true, ENOMEM}, {true, 0}})
-    {
-        const StatusCode status = isLate && error == 0 ? StatusCode::Failure : MakeStatusCodeFromErrno(error);
-        zmq::context_t doomed;
-        OnePriority unstoppable(folder.Endpoint("nobody"), doomed.handle(), "id");
-        ASSERT_EQ(unstoppable.StartListening(), StatusCode::Success);
-        if (isLate) faults::Fail("zmq_bind", ENOMEM);
-        EXPECT_TRUE(!isLate || unstoppable.StopListening() == kNoMemory);
-        faults::Fail("zmq_send", error);
-        EXPECT_EQ(isLate ? unstoppable.StartListening() : unstoppable.StopListening(), status);
-        EXPECT_TRUE(log.Await(kTag + "Failed to send TERMINATE signal on controller " + std::to_string(error)));
-        doomed.shutdown();
-        EXPECT_EQ(unstoppable.StartListening(), MakeStatusCodeFromErrno(ETERM));
-        EXPECT_TRUE(log.Await("zmq_poll exited with error " + std::to_string(ETERM)));
-    }
 }
 
 TEST_F(ServerThread, RestartsAnswerFrameForFrameAndStopEachTime)

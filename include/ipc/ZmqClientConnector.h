@@ -51,6 +51,9 @@ protected:
     std::string mEndpoint;
     OperatingModeInterface& mOperatingMode;
     /// @endcond
+
+private:
+    StatusCode EnsureConnected();
 };
 
 } // namespace zeb::tolvo::ipc

@@ -36,21 +36,25 @@ public:
     /// Starts the server thread and waits until it has created its sockets. Does nothing on a server that listens. A
     /// server that was stopped may be started again, at once and any number of times.
     ///
-    /// When an earlier stop has failed, this first completes it, which may take a stop's half second.
+    /// When an earlier stop has failed, this first completes it, which may take as long as a stop; a thread that has
+    /// ended meanwhile is just joined.
     /// @return
     /// - `Success`: requests are being served.
     /// - `Failure` (1): the front-end's connection can't be watched.
     /// - otherwise `MakeStatusCodeFromErrno` of the ZeroMQ call that failed; nothing is left running or open. An empty
     ///   identity and a bad endpoint (`EINVAL`) show here.
-    /// - when an earlier stop can't be completed: its failure, or `Failure` where ZeroMQ refused with error number 0.
-    ///   The earlier thread still runs.
+    /// - when an earlier stop can't be completed: the failure of this attempt, or `Failure` where ZeroMQ has refused
+    ///   the stop's last message, of which there is only one. The earlier thread still runs: call again once it has
+    ///   ended, which it does when its context ends.
     /// @throws std::system_error when the thread can't be created.
     StatusCode StartListening() override;
 
     /// Stops the server thread and joins it. Takes half a second, or what the server thread is doing if that takes
     /// longer: handling a request, or waiting for room to queue the registration. Requests that are queued meanwhile
-    /// stay unanswered. Does nothing on a server that does not listen. Never call it from the handler: it would join
-    /// its own thread.
+    /// stay unanswered. Never call it from the handler: it would join its own thread.
+    ///
+    /// Does nothing and returns `Success` on a server that does not listen. One whose stop has failed is such a server,
+    /// although its thread may run on.
     /// @return
     /// - `Success`: the thread has ended and its sockets are closed. (A last message that ZeroMQ refuses with error
     ///   number 0 counts as success too: the thread then runs on, as below.)
@@ -66,6 +70,8 @@ public:
     virtual void SetStartupMessage(const std::string& address);
 
 protected:
+    // What a new kind of server implements.
+
     /// Called by `StartListening` before the thread is started, on the caller's thread.
     /// @return what is not `Success` ends the start and is returned from there.
     virtual StatusCode PrepareToListen() = 0;
@@ -76,27 +82,7 @@ protected:
     /// @param startup what `StartListening` waits for; gone soon after it was set.
     virtual void CreateSocketsAndRunServer(std::promise<StatusCode>& startup) = 0;
 
-    /// @cond internal
-    StatusCode StartThread();
-    void RunServerThread(std::promise<StatusCode>& startup);
-    void StopProcessingMessages();
-    StatusCode TerminateServerThread();
-    StatusCode CreatePublisher(void** socket);
-    StatusCode SendTerminate(void* publisher);
-    void JoinServerThread();
-    /// @endcond
-
-    /// Makes ZeroMQ let go of the control socket of a start that failed. Call it on the server thread, before that
-    /// socket is closed.
-    void ReleasePendingSubscriber();
-
-    /// @cond internal
-    StatusCode CreateSocket(int type, void** socket);
-    StatusCode Connect(void* socket, const std::string& endpoint);
-    StatusCode Bind(void* socket, const std::string& endpoint);
-    static StatusCode SetSocketOpt(void* socket, int option, const void* value, std::size_t size);
-    static StatusCode SetSocketIdentity(void* socket, const std::string& identity);
-    /// @endcond
+    // What it uses there, on the server thread.
 
     /// Creates the socket that is readable when the server is to stop.
     /// @param[out] socket set when it was created, also when a later step fails; the caller closes it.
@@ -108,10 +94,10 @@ protected:
     /// @param identity unique at the endpoint.
     /// @return `Success`, `Failure` when the connection can't be watched, or the ZeroMQ call's failure.
     StatusCode CreateFrontEndSocket(void** frontEnd, void** monitor, const std::string& identity);
-    /// @cond internal
-    // `monitor` is set when it was created, also when the connection fails; the caller closes it.
-    StatusCode CreateMonitorSocket(void* socket, void** monitor);
-    /// @endcond
+
+    /// Makes ZeroMQ let go of the control socket of a start that failed. Call it before that socket is closed.
+    /// @param control what `CreateControlSocket` has stored; may be null.
+    void ReleasePendingSubscriber(void* control);
 
     /// Takes one event and registers when the connection stands. Blocks unless `monitor` is readable, and while ZeroMQ
     /// can't queue the registration.
@@ -119,29 +105,46 @@ protected:
     /// @param frontEnd where the registration is sent.
     /// @param startupMessage the registration; not sent before `SetStartupMessage` was called.
     void ProcessConnectionEvents(void* monitor, void* frontEnd, ByteVector& startupMessage);
-    /// @cond internal
-    StatusCode SendStartupMessage(void* socket, ByteVector& message);
-    /// @endcond
 
     /// Answers requests that are queued, until there is none, a reply can't be queued or the server is to stop.
     /// @param socket a front-end.
     /// @param maxBurst how many at most, so that nothing else that is polled starves.
     void ReadAndProcessBurstOfRequests(void* socket, unsigned short maxBurst);
-    /// @cond internal
-    bool ProcessAndSendReply(zmq_msg_t* message, int size, void* socket);
 
-    std::string mEndpoint;
-    std::string mControlEndpoint;
-    /// @endcond
-    ByteVector mStartupMessage; ///< the registration, empty until `SetStartupMessage` is called
-    std::string mIdentity;      ///< as given to the constructor
     /// @cond internal
-    std::atomic<bool> mProcessingMessages;
-    std::thread mServerThread;
-    void* mContext;
-    bool mStartupMessageSet;
-    bool mIsTerminateRefused; // ZeroMQ refused the stop's message: a second one could never arrive
+    // The steps of the operations above.
+    StatusCode StartThread();
+    void StopProcessingMessages();
+    StatusCode CreateSocket(int type, void** socket);
+    StatusCode Connect(void* socket, const std::string& endpoint);
+    StatusCode Bind(void* socket, const std::string& endpoint);
+    static StatusCode SetSocketOpt(void* socket, int option, const void* value, std::size_t size);
+    static StatusCode SetSocketIdentity(void* socket, const std::string& identity);
+    // `monitor` is set when it was created, also when the connection fails; the caller closes it.
+    StatusCode CreateMonitorSocket(void* socket, void** monitor);
+    StatusCode SendStartupMessage(void* socket, ByteVector& message);
+    bool ProcessAndSendReply(zmq_msg_t* message, int size, void* socket);
     /// @endcond
+
+    std::string mEndpoint;                 ///< as given to the constructor
+    std::string mControlEndpoint;          ///< of the server thread, which sets it when it starts
+    ByteVector mStartupMessage;            ///< the registration, empty until `SetStartupMessage` is called
+    std::string mIdentity;                 ///< as given to the constructor
+    std::atomic<bool> mProcessingMessages; ///< false once the server is to stop
+    std::thread mServerThread;             ///< the owner's, as all members but `mControlEndpoint`
+    void* mContext;                        ///< as given to the constructor
+    bool mStartupMessageSet;               ///< whether `SetStartupMessage` was called
+
+private:
+    void RunServerThread(std::promise<StatusCode>& startup);
+    StatusCode CompleteFailedStop();
+    StatusCode TerminateServerThread();
+    StatusCode CreatePublisher(void** socket);
+    StatusCode SendTerminate(void* publisher);
+    void JoinServerThread();
+
+    bool mIsTerminateRefused; // ZeroMQ refused the stop's message: a second one could never arrive
+    std::atomic<bool> mHasThreadEnded;
 };
 
 } // namespace zeb::tolvo::ipc

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <unistd.h>
+#include <utility>
 
 namespace zeb::tolvo::ipc
 {
@@ -63,7 +64,7 @@ ByteVector ResponsesFIFO::GetResponse()
 {
     const std::lock_guard<std::mutex> lock(mMutex);
     if (mResponses.empty()) return {};
-    ByteVector response = mResponses.front();
+    ByteVector response = std::move(mResponses.front());
     mResponses.pop_front();
     return response;
 }

@@ -1,11 +1,10 @@
 #include <ipc/ZmqClientConnector.h>
 
 #include "client/Exchange.h"
-#include "common/ConstantString.h"
-#include "common/PollItem.h"
 #include "common/Status.h"
 
 #include <ipc/ZmqCommon.h>
+#include <zeromq/Handles.h>
 
 namespace zeb::tolvo::ipc
 {
@@ -13,7 +12,7 @@ namespace zeb::tolvo::ipc
 namespace
 {
 
-const std::string kClassTag TOLVO_IPC_CONSTANT_STRING = "ipc::ZmqClientConnector";
+constexpr char kClassTag[] = "ipc::ZmqClientConnector";
 
 constexpr int kLingerMs = 2000;
 
@@ -40,30 +39,21 @@ ZmqClientConnector::~ZmqClientConnector()
 
 StatusCode ZmqClientConnector::SendRequest(const ByteVector& request, ByteVector& response, int timeout)
 {
-    if (!mIsConnected)
-    {
-        if (zmq_connect(mSocket, mEndpoint.c_str()) < 0)
-        {
-            const StatusCode status =
-                TOLVO_IPC_ZMQ_FAILURE(" Failed to connect to RPC REPLY server!, %d", ZmqCommon::mLogger.c_str());
-            if (status != kSuccess) return status;
-        }
-        else
-        {
-            if (zmq_setsockopt(mSocket, ZMQ_LINGER, &kLingerMs, sizeof kLingerMs) != 0)
-            {
-                TOLVO_IPC_LOG(kLogError, " Failed to set zmq LINGER value, %d", ZmqCommon::mLogger.c_str(),
-                              zmq_errno());
-            }
-            mIsConnected = true;
-        }
-    }
-
+    if (const StatusCode status = EnsureConnected(); status != kSuccess) return status;
     if (zmq_send(mSocket, request.data(), request.size(), 0) < 0)
-    {
         return TOLVO_IPC_ZMQ_FAILURE(" Failed to send REQUEST, %d", ZmqCommon::mLogger.c_str());
-    }
     return WaitForResponse(response, timeout);
+}
+
+StatusCode ZmqClientConnector::EnsureConnected()
+{
+    if (mIsConnected) return kSuccess;
+    if (zmq_connect(mSocket, mEndpoint.c_str()) < 0)
+        return TOLVO_IPC_ZMQ_FAILURE(" Failed to connect to RPC REPLY server!, %d", ZmqCommon::mLogger.c_str());
+    if (zmq_setsockopt(mSocket, ZMQ_LINGER, &kLingerMs, sizeof kLingerMs) != 0)
+        TOLVO_IPC_LOG(kLogError, " Failed to set zmq LINGER value, %d", ZmqCommon::mLogger.c_str(), zmq_errno());
+    mIsConnected = true;
+    return kSuccess;
 }
 
 StatusCode ZmqClientConnector::WaitForResponse(ByteVector& response, int timeout)

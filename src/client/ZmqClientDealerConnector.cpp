@@ -1,10 +1,9 @@
 #include <ipc/ZmqClientDealerConnector.h>
 
 #include "client/Exchange.h"
-#include "common/ConstantString.h"
-#include "common/PollItem.h"
-#include "common/ScopedZmq.h"
 #include "common/Status.h"
+
+#include <zeromq/Handles.h>
 
 namespace zeb::tolvo::ipc
 {
@@ -12,7 +11,7 @@ namespace zeb::tolvo::ipc
 namespace
 {
 
-const std::string kClassTag TOLVO_IPC_CONSTANT_STRING = "ipc::ZmqClientDealerConnector";
+constexpr char kClassTag[] = "ipc::ZmqClientDealerConnector";
 
 } // namespace
 
@@ -26,41 +25,41 @@ ZmqClientDealerConnector::~ZmqClientDealerConnector() = default;
 
 StatusCode ZmqClientDealerConnector::SendRequest(const ByteVector& request, ByteVector& response, int timeout)
 {
-    ScopedSocket interrupt; // closed after the request socket
-    ScopedSocket requester;
+    ZmqSocket interrupt; // closed after the request socket
+    ZmqSocket requester;
 
-    StatusCode status = CreateSocket(ZMQ_SUB, &interrupt.handle);
-    if (status == kSuccess) status = Connect(interrupt.handle, mInterruptEndpoint);
-    if (status == kSuccess) status = SetSocketOpt(interrupt.handle, ZMQ_SUBSCRIBE, "", 0);
-    if (status == kSuccess) status = CreateSocket(ZMQ_DEALER, &requester.handle);
-    if (status == kSuccess) status = Connect(requester.handle, mRequestEndpoint);
+    StatusCode status = CreateSocket(ZMQ_SUB, interrupt.Slot());
+    if (status == kSuccess) status = Connect(interrupt.Get(), mInterruptEndpoint);
+    if (status == kSuccess) status = SetSocketOpt(interrupt.Get(), ZMQ_SUBSCRIBE, "", 0);
+    if (status == kSuccess) status = CreateSocket(ZMQ_DEALER, requester.Slot());
+    if (status == kSuccess) status = Connect(requester.Get(), mRequestEndpoint);
     if (status != kSuccess) return status;
 
-    if (zmq_send(requester.handle, request.data(), request.size(), 0) < 0)
+    if (zmq_send(requester.Get(), request.data(), request.size(), 0) < 0)
     {
-        status = TOLVO_IPC_ZMQ_FAILURE(" Failed to send REQUEST, %d", kClassTag.c_str());
+        status = TOLVO_IPC_ZMQ_FAILURE(" Failed to send REQUEST, %d", kClassTag);
         if (status != kSuccess) return status;
     }
-    return WaitForResponse(requester.handle, interrupt.handle, response, timeout);
+    return WaitForResponse(requester.Get(), interrupt.Get(), response, timeout);
 }
 
 StatusCode ZmqClientDealerConnector::CreateSocket(int type, void** socket)
 {
     *socket = zmq_socket(mContext, type);
     if (*socket != nullptr) return kSuccess;
-    return TOLVO_IPC_ZMQ_FAILURE(" Failed to create socket of type %d, %d", kClassTag.c_str(), type);
+    return TOLVO_IPC_ZMQ_FAILURE(" Failed to create socket of type %d, %d", kClassTag, type);
 }
 
 StatusCode ZmqClientDealerConnector::Connect(void* socket, const std::string& endpoint)
 {
     if (zmq_connect(socket, endpoint.c_str()) >= 0) return kSuccess;
-    return TOLVO_IPC_ZMQ_FAILURE(" Failed to connect socket to %s, %d", kClassTag.c_str(), endpoint.c_str());
+    return TOLVO_IPC_ZMQ_FAILURE(" Failed to connect socket to %s, %d", kClassTag, endpoint.c_str());
 }
 
 StatusCode ZmqClientDealerConnector::SetSocketOpt(void* socket, int option, const void* value, unsigned int length)
 {
     if (zmq_setsockopt(socket, option, value, length) >= 0) return kSuccess;
-    return TOLVO_IPC_ZMQ_FAILURE(" Set socket option failed %d", kClassTag.c_str());
+    return TOLVO_IPC_ZMQ_FAILURE(" Set socket option failed %d", kClassTag);
 }
 
 StatusCode ZmqClientDealerConnector::WaitForResponse(void* requestSocket, void* interruptSocket, ByteVector& response,

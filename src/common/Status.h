@@ -9,6 +9,7 @@
 namespace zeb::tolvo::ipc
 {
 
+// Made from the numbers: the names of the enumerators belong to the device's foundation library.
 constexpr StatusCode kSuccess{0};
 constexpr StatusCode kFailure{1};
 constexpr StatusCode kInterrupted{12};

@@ -1,10 +1,10 @@
 #include <ipc/ZmqCommon.h>
 
-#include "common/ConstantString.h"
-
 namespace zeb::tolvo::ipc
 {
 
-const std::string ZmqCommon::mLogger TOLVO_IPC_CONSTANT_STRING = "zeb.ipc.transport.connectors.rpc.library";
+// An object, since callers know it as one. The factory logs with it while the library is loaded, so it is built first
+// and goes last, in whatever order the object files were linked.
+__attribute__((init_priority(1000))) const std::string ZmqCommon::mLogger = "zeb.ipc.transport.connectors.rpc.library";
 
 } // namespace zeb::tolvo::ipc

@@ -1,9 +1,8 @@
 #include <ipc/AbstractServerConnector.h>
 
-#include "common/ConstantString.h"
 #include "common/Log.h"
 
-#include <string>
+#include <utility>
 
 namespace zeb::tolvo::ipc
 {
@@ -11,7 +10,7 @@ namespace zeb::tolvo::ipc
 namespace
 {
 
-const std::string kClassTag TOLVO_IPC_CONSTANT_STRING = "ipc::AbstractServerConnector";
+constexpr char kClassTag[] = "ipc::AbstractServerConnector";
 
 } // namespace
 
@@ -19,15 +18,12 @@ AbstractServerConnector::AbstractServerConnector() : mIsListening(false) {}
 
 AbstractServerConnector::~AbstractServerConnector() = default;
 
-// NOLINTBEGIN(performance-unnecessary-value-param)
 void AbstractServerConnector::RegisterCallback(
     std::function<void(const ByteVector& request, ByteVector& response)> callback)
 {
-    // Copied, not moved: the previous handler goes only after the new one is in place.
-    mCallback = callback;
+    // The previous handler goes only after the new one is in place.
+    const auto previous = std::exchange(mCallback, std::move(callback));
 }
-
-// NOLINTEND(performance-unnecessary-value-param)
 
 void AbstractServerConnector::ProcessRequest(const ByteVector& request, ByteVector& response)
 {
@@ -36,7 +32,7 @@ void AbstractServerConnector::ProcessRequest(const ByteVector& request, ByteVect
         mCallback(request, response);
         return;
     }
-    TOLVO_IPC_LOG(kLogError, " Callback for request is null", kClassTag.c_str());
+    TOLVO_IPC_LOG(kLogError, " Callback for request is null", kClassTag);
 }
 
 } // namespace zeb::tolvo::ipc

@@ -1,13 +1,12 @@
 #include <ipc/ZmqServerConnector.h>
 
-#include "common/ConstantString.h"
-#include "common/ScopedZmq.h"
 #include "common/Status.h"
+#include "server/SignalsBlocked.h"
 
 #include <zebl/QuillmereDataScheme.h>
+#include <zeromq/Handles.h>
 
 #include <cerrno>
-#include <csignal>
 #include <cstdint>
 #include <cstring>
 #include <ctime>
@@ -21,21 +20,21 @@ namespace zeb::tolvo::ipc
 namespace
 {
 
-const std::string kClassTag TOLVO_IPC_CONSTANT_STRING = "ipc::ZmqServerConnector";
-const std::string kControlEndpointPrefix TOLVO_IPC_CONSTANT_STRING = "inproc://server/control/";
-const std::string kMonitorEndpointPrefix TOLVO_IPC_CONSTANT_STRING = "inproc://server/monitor/";
+constexpr char kClassTag[] = "ipc::ZmqServerConnector";
+constexpr char kControlEndpointPrefix[] = "inproc://server/control/";
+constexpr char kMonitorEndpointPrefix[] = "inproc://server/monitor/";
 
 constexpr char kTerminate[] = {'T', 'E', 'R', 'M', 'I', 'N', 'A', 'T', 'E'};
 
 std::atomic<std::uint32_t> sMonitorCounter{0};
 
-/// `number` in decimal after `prefix`, whatever digit grouping the host's global locale asks for.
-template <typename Number>
-std::string EndpointName(const std::string& prefix, Number number)
+/// The parts one after another, numbers in decimal, whatever digit grouping the host's global locale asks for.
+template <typename... Parts>
+std::string EndpointName(const Parts&... parts)
 {
     std::ostringstream name;
     name.imbue(std::locale::classic());
-    name << prefix << number;
+    (name << ... << parts);
     return name.str();
 }
 
@@ -48,28 +47,6 @@ void WaitForSubscriber()
     {
     }
 }
-
-/// Blocks signals on the calling thread while it lives, but for those that a fault raises. A signal may make any ZeroMQ
-/// call fail, and only the server's polling is repeated.
-class SignalsBlocked
-{
-public:
-    SignalsBlocked()
-    {
-        sigset_t all;
-        sigfillset(&all);
-        for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS, SIGABRT}) sigdelset(&all, fault);
-        pthread_sigmask(SIG_BLOCK, &all, &mBefore);
-    }
-
-    ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &mBefore, nullptr); }
-
-    SignalsBlocked(const SignalsBlocked&) = delete;
-    SignalsBlocked& operator=(const SignalsBlocked&) = delete;
-
-private:
-    sigset_t mBefore{};
-};
 
 bool IsConnectedEvent(zmq_msg_t* event)
 {
@@ -88,7 +65,8 @@ ZmqServerConnector::ZmqServerConnector(const std::string& endpoint, void* contex
       mProcessingMessages(true),
       mContext(context),
       mStartupMessageSet(false),
-      mIsTerminateRefused(false)
+      mIsTerminateRefused(false),
+      mHasThreadEnded(false)
 {
 }
 
@@ -111,7 +89,7 @@ StatusCode ZmqServerConnector::StartListening()
 StatusCode ZmqServerConnector::StopListening()
 {
     if (!mIsListening) return kSuccess;
-    TOLVO_IPC_LOG(kLogTrace, "[trace] Stop listening for %s", kClassTag.c_str(), mEndpoint.c_str());
+    TOLVO_IPC_LOG(kLogTrace, "[trace] Stop listening for %s", kClassTag, mEndpoint.c_str());
     StopProcessingMessages();
     const StatusCode status = TerminateServerThread();
     mIsListening = false;
@@ -120,28 +98,23 @@ StatusCode ZmqServerConnector::StopListening()
 
 StatusCode ZmqServerConnector::StartThread()
 {
-    if (mServerThread.joinable()) // left by a stop that failed
-    {
-        const StatusCode status = TerminateServerThread();
-        if (status != kSuccess) return status;
-        if (mServerThread.joinable()) return kFailure; // refused with error number 0, which converts to success
-    }
+    if (const StatusCode status = CompleteFailedStop(); status != kSuccess) return status;
 
     std::promise<StatusCode> startup;
     std::future<StatusCode> started = startup.get_future();
     mProcessingMessages = true;
+    mHasThreadEnded = false;
     mServerThread = std::thread(&ZmqServerConnector::RunServerThread, this, std::ref(startup));
 
     const StatusCode status = started.get();
     if (status != kSuccess)
     {
-        TOLVO_IPC_LOG(kLogError, " Server thread startup failed, wait for completion, status=%u", kClassTag.c_str(),
+        TOLVO_IPC_LOG(kLogError, " Server thread startup failed, wait for completion, status=%u", kClassTag,
                       static_cast<unsigned int>(status));
         mServerThread.join();
         return status;
     }
-    TOLVO_IPC_LOG(kLogTrace, "[trace] Server thread startup status=%u", kClassTag.c_str(),
-                  static_cast<unsigned int>(status));
+    TOLVO_IPC_LOG(kLogTrace, "[trace] Server thread startup status=%u", kClassTag, static_cast<unsigned int>(status));
     mIsListening = true;
     return kSuccess;
 }
@@ -149,38 +122,50 @@ StatusCode ZmqServerConnector::StartThread()
 void ZmqServerConnector::RunServerThread(std::promise<StatusCode>& startup)
 {
     // Replies carry no number: after one that a signal made ZeroMQ refuse, the next would be taken for it. For the
-    // whole thread: around each reply it would cost more time than the reply.
-    const SignalsBlocked blocked;
-    TOLVO_IPC_LOG(kLogTrace, "[trace] Server thread - Start thread", kClassTag.c_str());
-    mControlEndpoint = EndpointName(kControlEndpointPrefix + "/", std::this_thread::get_id());
+    // whole thread: around each reply it would cost more time than the reply. To its very end, where one that waits,
+    // such as the SIGPIPE of a handler's write, is dropped; let through, it would end the process.
+    BlockSignals();
+    TOLVO_IPC_LOG(kLogTrace, "[trace] Server thread - Start thread", kClassTag);
+    mControlEndpoint = EndpointName(kControlEndpointPrefix, '/', std::this_thread::get_id());
     CreateSocketsAndRunServer(startup);
-    TOLVO_IPC_LOG(kLogTrace, "[trace] Server thread - Exit thread", kClassTag.c_str());
+    TOLVO_IPC_LOG(kLogTrace, "[trace] Server thread - Exit thread", kClassTag);
+    mHasThreadEnded = true;
 }
 
 void ZmqServerConnector::StopProcessingMessages()
 {
-    TOLVO_IPC_LOG(kLogTrace, "[trace] Stop processing outstanding messages for %s", kClassTag.c_str(),
-                  mEndpoint.c_str());
+    TOLVO_IPC_LOG(kLogTrace, "[trace] Stop processing outstanding messages for %s", kClassTag, mEndpoint.c_str());
     mProcessingMessages = false;
+}
+
+/// Joins the thread that a failed stop has left, if there is one.
+/// @return what is not a success when that thread still runs.
+StatusCode ZmqServerConnector::CompleteFailedStop()
+{
+    if (!mServerThread.joinable()) return kSuccess;
+    if (mHasThreadEnded) // by itself, mostly since its context has ended: then no signal could be sent
+    {
+        JoinServerThread();
+        return kSuccess;
+    }
+    // A subscriber that has met one publisher over inproc never meets the next: after a refused send a second signal
+    // would be lost, and the join would wait for ever.
+    if (mIsTerminateRefused) return kFailure;
+
+    const StatusCode status = TerminateServerThread();
+    // A send that was refused with error number 0 converts to success.
+    return status == kSuccess && mIsTerminateRefused ? kFailure : status;
 }
 
 /// Tells the server thread to end and joins it. When that fails, the thread has not been joined.
 StatusCode ZmqServerConnector::TerminateServerThread()
 {
-    // A subscriber that has met one publisher over inproc never meets the next, so after a refused send another one
-    // would be lost. Only a context that has ended refuses it, and that ends the thread's polling as well.
-    if (mIsTerminateRefused)
-    {
-        JoinServerThread();
-        return kSuccess;
-    }
-
-    ScopedSocket publisher;
-    StatusCode status = CreatePublisher(&publisher.handle);
+    ZmqSocket publisher;
+    StatusCode status = CreatePublisher(publisher.Slot());
     if (status != kSuccess) return status;
     WaitForSubscriber();
-    TOLVO_IPC_LOG(kLogTrace, "[trace] Send TERMINATE signal to all threads", kClassTag.c_str());
-    status = SendTerminate(publisher.handle);
+    TOLVO_IPC_LOG(kLogTrace, "[trace] Send TERMINATE signal to all threads", kClassTag);
+    status = SendTerminate(publisher.Get());
     if (!mIsTerminateRefused) JoinServerThread();
     return status;
 }
@@ -199,9 +184,7 @@ StatusCode ZmqServerConnector::SendTerminate(void* publisher)
     StatusCode status = kSuccess;
     mIsTerminateRefused = zmq_send(publisher, kTerminate, sizeof kTerminate, 0) < 0;
     if (mIsTerminateRefused)
-    {
-        status = TOLVO_IPC_ZMQ_FAILURE(" Failed to send TERMINATE signal on controller %d", kClassTag.c_str());
-    }
+        status = TOLVO_IPC_ZMQ_FAILURE(" Failed to send TERMINATE signal on controller %d", kClassTag);
     // Given back before the join: from then on another server's thread may have this thread's id, and so its endpoint.
     // The queued message still arrives.
     zmq_unbind(publisher, mControlEndpoint.c_str());
@@ -210,41 +193,39 @@ StatusCode ZmqServerConnector::SendTerminate(void* publisher)
 
 void ZmqServerConnector::JoinServerThread()
 {
-    TOLVO_IPC_LOG(kLogTrace, "[trace] Waiting for server thread...", kClassTag.c_str());
+    TOLVO_IPC_LOG(kLogTrace, "[trace] Waiting for server thread...", kClassTag);
     mServerThread.join();
     mIsTerminateRefused = false;
-    TOLVO_IPC_LOG(kLogTrace, "[trace] Server thread execution has completed, server stopped", kClassTag.c_str());
+    TOLVO_IPC_LOG(kLogTrace, "[trace] Server thread execution has completed, server stopped", kClassTag);
 }
 
-/// On the server thread after a failed start, while its subscriber is still open: ZeroMQ frees one whose inproc connect
-/// is pending only once somebody binds the name. Bound later, the name could be that of another server, whose thread
-/// has been given the same id, and ZeroMQ's reaper could be closing the subscriber meanwhile.
-void ZmqServerConnector::ReleasePendingSubscriber()
+/// ZeroMQ frees a subscriber whose inproc connect is pending only once somebody binds the name. Here the subscriber
+/// does so itself: no further socket is needed, which may be what the start was short of. Bound later, the name could
+/// be that of another server, whose thread has been given the same id, and ZeroMQ's reaper could be closing the
+/// subscriber meanwhile.
+void ZmqServerConnector::ReleasePendingSubscriber(void* control)
 {
-    ScopedSocket publisher;
-    publisher.handle = zmq_socket(mContext, ZMQ_PUB);
-    if (publisher.handle == nullptr) return;
-    if (zmq_bind(publisher.handle, mControlEndpoint.c_str()) < 0) return;
-    zmq_unbind(publisher.handle, mControlEndpoint.c_str());
+    if (control == nullptr) return;
+    if (zmq_bind(control, mControlEndpoint.c_str()) == 0) zmq_unbind(control, mControlEndpoint.c_str());
 }
 
 StatusCode ZmqServerConnector::CreateSocket(int type, void** socket)
 {
     *socket = zmq_socket(mContext, type);
     if (*socket != nullptr) return kSuccess;
-    return TOLVO_IPC_ZMQ_FAILURE(" Failed to create socket of type %d, %d", kClassTag.c_str(), type);
+    return TOLVO_IPC_ZMQ_FAILURE(" Failed to create socket of type %d, %d", kClassTag, type);
 }
 
 StatusCode ZmqServerConnector::Connect(void* socket, const std::string& endpoint)
 {
     if (zmq_connect(socket, endpoint.c_str()) >= 0) return kSuccess;
-    return TOLVO_IPC_ZMQ_FAILURE(" Failed to connect socket to %s, %d", kClassTag.c_str(), endpoint.c_str());
+    return TOLVO_IPC_ZMQ_FAILURE(" Failed to connect socket to %s, %d", kClassTag, endpoint.c_str());
 }
 
 StatusCode ZmqServerConnector::Bind(void* socket, const std::string& endpoint)
 {
     if (zmq_bind(socket, endpoint.c_str()) >= 0) return kSuccess;
-    return TOLVO_IPC_ZMQ_FAILURE(" Failed to bind socket %s, %d", kClassTag.c_str(), endpoint.c_str());
+    return TOLVO_IPC_ZMQ_FAILURE(" Failed to bind socket %s, %d", kClassTag, endpoint.c_str());
 }
 
 StatusCode ZmqServerConnector::SetSocketOpt(void* socket, int option, const void* value, std::size_t size)
@@ -282,7 +263,7 @@ StatusCode ZmqServerConnector::CreateMonitorSocket(void* socket, void** monitor)
     const std::string endpoint = EndpointName(kMonitorEndpointPrefix, sMonitorCounter++);
     if (zmq_socket_monitor(socket, endpoint.c_str(), ZMQ_EVENT_CONNECTED) != 0)
     {
-        TOLVO_IPC_LOG(kLogError, " Failed register endpoint for socket events (%d)", kClassTag.c_str(), zmq_errno());
+        TOLVO_IPC_LOG(kLogError, " Failed register endpoint for socket events (%d)", kClassTag, zmq_errno());
         return kFailure;
     }
     const StatusCode status = CreateSocket(ZMQ_PAIR, monitor);
@@ -293,40 +274,32 @@ StatusCode ZmqServerConnector::CreateMonitorSocket(void* socket, void** monitor)
 void ZmqServerConnector::ProcessConnectionEvents(void* monitor, void* frontEnd, ByteVector& startupMessage)
 {
     {
-        zmq_msg_t event{};
-        if (zmq_msg_init(&event) < 0) return;
-        const ScopedMessage closer(&event);
-        if (zmq_msg_recv(&event, monitor, 0) < 0)
+        ZmqMessage event;
+        if (!event.IsInitialised()) return;
+        if (event.Receive(monitor, 0) < 0)
         {
             const int error = zmq_errno();
-            if (error != EAGAIN)
-                TOLVO_IPC_LOG(kLogError, " Failed to recv monitor message, %d", kClassTag.c_str(), error);
+            if (error != EAGAIN) TOLVO_IPC_LOG(kLogError, " Failed to recv monitor message, %d", kClassTag, error);
         }
-        else if (IsConnectedEvent(&event))
+        else if (IsConnectedEvent(event.Get()))
         {
             if (SendStartupMessage(frontEnd, startupMessage) == kSuccess)
-            {
-                TOLVO_IPC_LOG(kLogNotice, " Registered to Quillmere", kClassTag.c_str());
-            }
+                TOLVO_IPC_LOG(kLogNotice, " Registered to Quillmere", kClassTag);
             else
-            {
-                TOLVO_IPC_LOG(kLogError, " Register to Quillmere FAILED", kClassTag.c_str());
-            }
+                TOLVO_IPC_LOG(kLogError, " Register to Quillmere FAILED", kClassTag);
         }
     }
 
     // The event's second frame, its address, which nobody needs.
-    zmq_msg_t address{};
-    if (zmq_msg_init(&address) < 0) return;
-    const ScopedMessage closer(&address);
-    static_cast<void>(zmq_msg_recv(&address, monitor, 0));
+    ZmqMessage address;
+    if (address.IsInitialised()) static_cast<void>(address.Receive(monitor, 0));
 }
 
 StatusCode ZmqServerConnector::SendStartupMessage(void* socket, ByteVector& message)
 {
     if (!mStartupMessageSet) return kSuccess;
     if (zmq_send(socket, message.data(), message.size(), 0) >= 0) return kSuccess;
-    return TOLVO_IPC_ZMQ_FAILURE(" Failed to send startup message %d", kClassTag.c_str());
+    return TOLVO_IPC_ZMQ_FAILURE(" Failed to send startup message %d", kClassTag);
 }
 
 void ZmqServerConnector::ReadAndProcessBurstOfRequests(void* socket, unsigned short maxBurst)
@@ -335,24 +308,23 @@ void ZmqServerConnector::ReadAndProcessBurstOfRequests(void* socket, unsigned sh
     std::uint16_t received = 0;
     while (mProcessingMessages && isDraining && received < maxBurst)
     {
-        zmq_msg_t message{};
-        if (zmq_msg_init(&message) < 0)
+        ZmqMessage message;
+        if (!message.IsInitialised())
         {
-            TOLVO_IPC_LOG(kLogError, " Failed to init recv message, %d", kClassTag.c_str(), zmq_errno());
+            TOLVO_IPC_LOG(kLogError, " Failed to init recv message, %d", kClassTag, zmq_errno());
             return;
         }
-        const ScopedMessage closer(&message);
 
-        const int size = zmq_msg_recv(&message, socket, ZMQ_DONTWAIT);
+        const int size = message.Receive(socket, ZMQ_DONTWAIT);
         if (size >= 0)
         {
             ++received;
-            isDraining = ProcessAndSendReply(&message, size, socket);
+            isDraining = ProcessAndSendReply(message.Get(), size, socket);
         }
         else
         {
             const int error = zmq_errno();
-            if (error != EAGAIN) TOLVO_IPC_LOG(kLogError, " Failed to receive REQUEST, %d", kClassTag.c_str(), error);
+            if (error != EAGAIN) TOLVO_IPC_LOG(kLogError, " Failed to receive REQUEST, %d", kClassTag, error);
             isDraining = false;
         }
     }
@@ -366,7 +338,7 @@ bool ZmqServerConnector::ProcessAndSendReply(zmq_msg_t* message, int size, void*
     ProcessRequest(request, response);
 
     if (zmq_send(socket, response.data(), response.size(), ZMQ_DONTWAIT) >= 0) return true;
-    TOLVO_IPC_LOG(kLogError, " Failed to send RESPONSE, %d", kClassTag.c_str(), zmq_errno());
+    TOLVO_IPC_LOG(kLogError, " Failed to send RESPONSE, %d", kClassTag, zmq_errno());
     return false;
 }
 

@@ -1,10 +1,9 @@
 #include <ipc/ZmqServerSequentialOnePriority.h>
 
-#include "common/ConstantString.h"
-#include "common/PollItem.h"
-#include "common/ScopedZmq.h"
 #include "common/Status.h"
 #include "server/PollLoop.h"
+
+#include <zeromq/Handles.h>
 
 namespace zeb::tolvo::ipc
 {
@@ -12,7 +11,7 @@ namespace zeb::tolvo::ipc
 namespace
 {
 
-const std::string kClassTag TOLVO_IPC_CONSTANT_STRING = "ipc::ZmqServerSequentialOnePriority";
+constexpr char kClassTag[] = "ipc::ZmqServerSequentialOnePriority";
 
 constexpr unsigned short kBurst = 100;
 
@@ -31,15 +30,15 @@ StatusCode ZmqServerSequentialOnePriority::PrepareToListen() { return kSuccess; 
 void ZmqServerSequentialOnePriority::CreateSocketsAndRunServer(std::promise<StatusCode>& startup)
 {
     // Closed in reverse: front-end, monitor, control.
-    ScopedSocket control;
-    ScopedSocket monitor;
-    ScopedSocket frontEnd;
+    ZmqSocket control;
+    ZmqSocket monitor;
+    ZmqSocket frontEnd;
 
-    StatusCode status = CreateControlSocket(&control.handle);
-    if (status == kSuccess) status = CreateFrontEndSocket(&frontEnd.handle, &monitor.handle, mIdentity);
+    StatusCode status = CreateControlSocket(control.Slot());
+    if (status == kSuccess) status = CreateFrontEndSocket(frontEnd.Slot(), monitor.Slot(), mIdentity);
     startup.set_value(status);
-    if (status != kSuccess) return ReleasePendingSubscriber();
-    RunServer(frontEnd.handle, monitor.handle, control.handle);
+    if (status != kSuccess) return ReleasePendingSubscriber(control.Get());
+    RunServer(frontEnd.Get(), monitor.Get(), control.Get());
 }
 
 void ZmqServerSequentialOnePriority::RunServer(void* frontEnd, void* monitor, void* control)

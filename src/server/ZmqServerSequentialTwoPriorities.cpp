@@ -1,12 +1,10 @@
 #include <ipc/ZmqServerSequentialTwoPriorities.h>
 
-#include "common/ConstantString.h"
-#include "common/PollItem.h"
-#include "common/ScopedZmq.h"
 #include "common/Status.h"
 #include "server/PollLoop.h"
 
 #include <zebl/QuillmereDataScheme.h>
+#include <zeromq/Handles.h>
 
 namespace zeb::tolvo::ipc
 {
@@ -14,8 +12,8 @@ namespace zeb::tolvo::ipc
 namespace
 {
 
-const std::string kClassTag TOLVO_IPC_CONSTANT_STRING = "ipc::ZmqServerSequentialTwoPriorities";
-const std::string kRtMarker TOLVO_IPC_CONSTANT_STRING = "RT";
+constexpr char kClassTag[] = "ipc::ZmqServerSequentialTwoPriorities";
+constexpr char kRtMarker[] = "RT";
 
 constexpr unsigned short kBurst = 10;
 constexpr unsigned short kRtBurst = 40;
@@ -41,18 +39,18 @@ StatusCode ZmqServerSequentialTwoPriorities::PrepareToListen() { return kSuccess
 void ZmqServerSequentialTwoPriorities::CreateSocketsAndRunServer(std::promise<StatusCode>& startup)
 {
     // Closed in reverse: the front-ends, their monitors, control.
-    ScopedSocket control;
-    ScopedSocket rtMonitor;
-    ScopedSocket monitor;
-    ScopedSocket rtFrontEnd;
-    ScopedSocket frontEnd;
+    ZmqSocket control;
+    ZmqSocket rtMonitor;
+    ZmqSocket monitor;
+    ZmqSocket rtFrontEnd;
+    ZmqSocket frontEnd;
 
-    StatusCode status = CreateControlSocket(&control.handle);
-    if (status == kSuccess) status = CreateFrontEndSocket(&frontEnd.handle, &monitor.handle, mIdentity);
-    if (status == kSuccess) status = CreateFrontEndSocket(&rtFrontEnd.handle, &rtMonitor.handle, mRtIdentity);
+    StatusCode status = CreateControlSocket(control.Slot());
+    if (status == kSuccess) status = CreateFrontEndSocket(frontEnd.Slot(), monitor.Slot(), mIdentity);
+    if (status == kSuccess) status = CreateFrontEndSocket(rtFrontEnd.Slot(), rtMonitor.Slot(), mRtIdentity);
     startup.set_value(status);
-    if (status != kSuccess) return ReleasePendingSubscriber();
-    RunServer(frontEnd.handle, rtFrontEnd.handle, monitor.handle, rtMonitor.handle, control.handle);
+    if (status != kSuccess) return ReleasePendingSubscriber(control.Get());
+    RunServer(frontEnd.Get(), rtFrontEnd.Get(), monitor.Get(), rtMonitor.Get(), control.Get());
 }
 
 void ZmqServerSequentialTwoPriorities::RunServer(void* frontEnd, void* rtFrontEnd, void* monitor, void* rtMonitor,
@@ -64,7 +62,7 @@ void ZmqServerSequentialTwoPriorities::RunServer(void* frontEnd, void* rtFrontEn
     {
         if (IsReadable(items[2]))
         {
-            TOLVO_IPC_LOG(kLogTrace, "[trace] TERMINATE message received, worker stopping...", kClassTag.c_str());
+            TOLVO_IPC_LOG(kLogTrace, "[trace] TERMINATE message received, worker stopping...", kClassTag);
             return;
         }
         if (IsReadable(items[3])) ReadAndProcessBurstOfRequests(rtFrontEnd, kRtBurst);

@@ -1,5 +1,6 @@
 #include "support/Faults.h"
 
+#include <zebl/RootLogger.h>
 #include <zmq.h>
 
 #include <algorithm>
@@ -125,6 +126,16 @@ extern "C"
         errno = EINTR;
         return -1;
     }
+}
+
+/// A logger that changes errno, as a device's may that opens something when it is first used.
+zebl::Log::RootLogger& zebl::Log::RootLogger::GetInstance()
+{
+    using Getter = RootLogger& (*)();
+    static const auto real = reinterpret_cast<Getter>(dlsym(RTLD_NEXT, "_ZN4zebl3Log10RootLogger11GetInstanceEv"));
+    RootLogger& logger = real();
+    errno = ENOENT;
+    return logger;
 }
 
 namespace faults

@@ -19,7 +19,7 @@ struct Exposed : Server
     using Server::Server;
 
     using Server::CreateFrontEndSocket, Server::ProcessConnectionEvents, Server::ReadAndProcessBurstOfRequests,
-        Server::RunServer, Server::StopProcessingMessages, Server::mControlEndpoint;
+        Server::RunServer, Server::StopProcessingMessages, Server::mControlEndpoint, Server::mServerThread;
 };
 
 using OnePriority = Exposed<ipc::ZmqServerSequentialOnePriority>;

@@ -1,0 +1,171 @@
+#include "support/ServerThread.h"
+
+#include <sys/resource.h>
+
+namespace
+{
+
+const std::string kTag = "[ipc::ZmqServerConnector] ";
+const StatusCode kNoMemory = MakeStatusCodeFromErrno(ENOMEM);
+const StatusCode kContextEnded = MakeStatusCodeFromErrno(ETERM);
+
+/// Leaves the process `free` descriptors while it lives.
+struct FewDescriptors
+{
+    explicit FewDescriptors(std::size_t free)
+    {
+        getrlimit(RLIMIT_NOFILE, &mUsual);
+        const rlimit few{static_cast<rlim_t>(DescriptorsComeBack::Open()) + kTaken, mUsual.rlim_max};
+        setrlimit(RLIMIT_NOFILE, &few);
+        for (int fd = dup(STDIN_FILENO); fd >= 0; fd = dup(STDIN_FILENO)) mTaken.push_back(fd);
+        for (; free > 0; --free, mTaken.pop_back()) close(mTaken.back());
+    }
+
+    ~FewDescriptors()
+    {
+        for (const int fd : mTaken) close(fd);
+        setrlimit(RLIMIT_NOFILE, &mUsual);
+    }
+
+    static constexpr rlim_t kTaken = 64;
+
+    rlimit mUsual{};
+    std::vector<int> mTaken;
+};
+
+struct FailedStarts : ServerThread
+{
+    FailedStarts() { log.SetLevel(2); }
+
+    template <typename Server>
+    StatusCode StartWith(std::size_t free)
+    {
+        const DescriptorsComeBack guard;
+        Server needy(folder.Endpoint("nobody"), context.handle(), "id");
+        StatusCode status{};
+        {
+            const FewDescriptors few(free);
+            status = needy.StartListening();
+        }
+        EXPECT_EQ(needy.StopListening(), StatusCode::Success); // where it listens
+        return status;
+    }
+
+    static bool IsShortage(StatusCode status)
+    {
+        return status == MakeStatusCodeFromErrno(EMFILE) || status == StatusCode::Failure; // of the monitor
+    }
+};
+
+TEST_F(FailedStarts, ForWantOfDescriptorsKeepNone)
+{
+    for (const auto start : {&FailedStarts::StartWith<OnePriority>, &FailedStarts::StartWith<TwoPriorities>})
+    {
+        std::size_t free = 0;
+        StatusCode status{};
+        for (; (status = (this->*start)(free)) != StatusCode::Success; ++free)
+        {
+            EXPECT_TRUE(IsShortage(status)) << free;
+            ASSERT_LT(free, FewDescriptors::kTaken);
+        }
+        EXPECT_GE(free, 4U);
+    }
+}
+
+TEST_F(FailedStarts, ForWantOfSocketsLetTheirContextEnd)
+{
+    // The sockets of a start: control, and of each front-end itself, ZeroMQ's end of its monitor and ours.
+    for (int most = 1; most < 7; ++most)
+    {
+        zmq::context_t small;
+        small.set(zmq::ctxopt::max_sockets, most);
+        TwoPriorities two(folder.Endpoint("nobody"), small.handle(), "id");
+        EXPECT_TRUE(IsShortage(two.StartListening())) << most;
+        if (most >= 4) continue;
+        OnePriority one(folder.Endpoint("nobody"), small.handle(), "id");
+        EXPECT_TRUE(IsShortage(one.StartListening())) << most;
+    }
+}
+
+using FailedStop = ServerThread;
+
+TEST_F(FailedStop, IsCompletedByTheNextStart)
+{
+    const DescriptorsComeBack guard;
+    for (const std::string function : {"zmq_socket", "zmq_bind"})
+    {
+        StartAndRegister();
+        faults::Fail(function, ENOMEM);
+        EXPECT_EQ(server.StopListening(), kNoMemory);
+        Stop(); // listens no more
+        faults::Fail(function, ENOMEM);
+        EXPECT_EQ(server.StartListening(), kNoMemory);
+        const std::string line = function == "zmq_socket"
+                                     ? kTag + "Failed to create socket of type 1, 12"
+                                     : kTag + "Failed to bind socket " + server.mControlEndpoint + ", 12";
+        EXPECT_EQ(log.Take(), Lines(2, line));
+        StartAndRegister();
+        EXPECT_EQ(Exchange("served again"), "id|served again");
+        Stop();
+    }
+}
+
+TEST_F(FailedStop, WhoseLastMessageIsRefusedIsCompletedOnceTheThreadHasEnded)
+{
+    for (const auto& [isLate, error] : {std::pair(false, ENOMEM), {false, 0}, {true, ENOMEM}, {true, 0}})
+    {
+        SCOPED_TRACE((isLate ? "by the next start, " : "by the stop, ") + std::to_string(error));
+        zmq::context_t doomed;
+        OnePriority unstoppable(folder.Endpoint("nobody"), doomed.handle(), "id");
+        ASSERT_EQ(unstoppable.StartListening(), StatusCode::Success);
+        if (isLate)
+        {
+            faults::Fail("zmq_bind", ENOMEM);
+            EXPECT_EQ(unstoppable.StopListening(), kNoMemory);
+        }
+        faults::Fail("zmq_send", error);
+        const StatusCode status = isLate ? unstoppable.StartListening() : unstoppable.StopListening();
+        EXPECT_EQ(status, isLate && error == 0 ? StatusCode::Failure : MakeStatusCodeFromErrno(error));
+        EXPECT_TRUE(log.Await(kTag + "Failed to send TERMINATE signal on controller " + std::to_string(error)));
+        EXPECT_EQ(unstoppable.StartListening(), StatusCode::Failure); // it would wait for ever
+        doomed.shutdown();
+        ASSERT_TRUE(Await([&] {
+            EXPECT_NE(unstoppable.StartListening(), StatusCode::Success);
+            return !unstoppable.mServerThread.joinable();
+        }));
+    }
+}
+
+TEST_F(FailedStop, OfAThreadThatHasEndedByItselfLeavesAServerThatCanBeDeleted)
+{
+    zmq::context_t doomed;
+    OnePriority orphan(folder.Endpoint("nobody"), doomed.handle(), "id");
+    ASSERT_EQ(orphan.StartListening(), StatusCode::Success);
+    doomed.shutdown();
+    EXPECT_TRUE(log.Await("zmq_poll exited with error " + std::to_string(ETERM)));
+    EXPECT_EQ(orphan.StopListening(), kContextEnded);
+    EXPECT_EQ(orphan.StopListening(), StatusCode::Success); // listens no more
+    ASSERT_TRUE(Await([&] {
+        EXPECT_EQ(orphan.StartListening(), kContextEnded);
+        return !orphan.mServerThread.joinable();
+    }));
+}
+
+TEST_F(ServerThread, StopsInOrderWhenASignalWaitsForItsThread)
+{
+    int ends[2] = {};
+    ASSERT_EQ(pipe(ends), 0);
+    close(ends[0]);
+    int error = 0;
+    server.RegisterCallback([&](const ByteVector& request, ByteVector& response) {
+        if (write(ends[1], "x", 1) < 0) error = errno; // SIGPIPE is blocked there
+        response = request;
+    });
+    StartAndRegister();
+    EXPECT_EQ(Exchange("request"), "id|request");
+    Stop();
+    EXPECT_EQ(error, EPIPE);
+    close(ends[1]);
+}
+
+} // namespace
