@@ -1,21 +1,14 @@
 #!/usr/bin/env bash
 # Fails when the library's binary interface for x86-64 is no longer that of abi/x86_64.abi; what was added is no failure.
 # `abi.sh renew` takes today's interface as the reference.
-set -euo pipefail
-cd "$(dirname "${BASH_SOURCE[0]}")/.."
+source "$(dirname "${BASH_SOURCE[0]}")/lib/common.sh"
 
 reference=abi/x86_64.abi
 library=build/package/src/libtolvo-ipc-transport.so
 case "$(uname -m):${1:-check}" in
     x86_64:check | x86_64:renew) ;;
-    x86_64:*)
-        echo "usage: $0 [renew]" >&2
-        exit 2
-        ;;
-    *)
-        echo "$0: the reference is one for x86-64" >&2
-        exit 1
-        ;;
+    x86_64:*) Fail "usage: $0 [renew]" ;;
+    *) Fail "the reference is one for x86-64" ;;
 esac
 
 scripts/setup.sh abi
@@ -26,11 +19,5 @@ if [[ ${1:-} == renew ]]; then
     exit
 fi
 
-report=$(mktemp)
-trap 'rm -f "$report"' EXIT
-abidiff --exported-interfaces-only --no-added-syms --no-show-locs \
-    "$reference" "$library" >"$report" 2>&1 || {
-    cat "$report"
-    echo "The binary interface has changed. If that is meant: scripts/abi.sh renew (see CONTRIBUTING.md)"
-    exit 1
-}
+abidiff --exported-interfaces-only --no-added-syms --no-show-locs "$reference" "$library" ||
+    Fail "the binary interface has changed; if that is meant: scripts/abi.sh renew (see CONTRIBUTING.md)"

@@ -1,10 +1,9 @@
 #!/usr/bin/env bash
 # Builds for ARMv7 hard-float and runs the tests under qemu-arm. Installs what is missing; the target's libraries are
 # unpacked into build/armv7-sysroot and no foreign architecture is added to this machine.
-set -euo pipefail
-cd "$(dirname "${BASH_SOURCE[0]}")/.."
+source "$(dirname "${BASH_SOURCE[0]}")/lib/common.sh"
 
 scripts/setup.sh armv7
-scripts/armv7-sysroot.sh "$PWD/build/armv7-sysroot"
+scripts/lib/armv7-sysroot.sh
 scripts/build.sh armv7
 ctest --preset armv7 --progress

@@ -1,8 +1,7 @@
 #!/usr/bin/env bash
 # Measures the library against plain ZeroMQ and prints one table; leaves the results and a plot in the build folder.
 # bench.sh [--check] [BUILD-FOLDER]: with --check it fails when a bound is missed by more than the machine's noise.
-set -euo pipefail
-cd "$(dirname "${BASH_SOURCE[0]}")/.."
+source "$(dirname "${BASH_SOURCE[0]}")/lib/common.sh"
 
 check=
 if [[ ${1:-} == --check ]]; then

@@ -1,19 +1,12 @@
 #!/usr/bin/env bash
 # Builds the library and shows it at work: a registration service, a service and its clients as separate processes,
 # then the other examples. Leaves no process and no file behind but the build folder, also when it is interrupted.
-set -euo pipefail
+source "$(dirname "${BASH_SOURCE[0]}")/lib/common.sh"
 
-root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
-build=$root/build/release
+readonly build=$PWD/build/release
 readonly patience=10 # seconds that a step which works never needs
 
 Title() { printf '\n== %s\n\n' "$1"; }
-
-Fail()
-{
-    printf 'demo: %s\n' "$1" >&2
-    exit 1
-}
 
 # Starts a command in a process group of its own, so that whatever it starts can be ended with it.
 Start()
@@ -109,7 +102,7 @@ trap 'Interrupt 1' HUP
 trap 'Interrupt 2' INT
 trap 'Interrupt 15' TERM
 
-"$root/scripts/setup.sh" build
+scripts/setup.sh build
 exec </dev/null
 # A signal must not come between the folder and its name.
 folder=$(trap '' HUP INT TERM && mktemp -d "${TMPDIR:-/tmp}/tolvo-demo.XXXXXX")
@@ -120,7 +113,6 @@ exec {alive}>"$folder/alive"
 exec {both}>&-
 
 Title "Building in build/release"
-cd "$root"
 Run cmake --preset release >>"$folder/log"
 Run cmake --build --preset release --target tolvo-quillmere tolvo-ipc-call device_status_service alarm_service \
     interruptible_caller event_loop hello_service hello_client >>"$folder/log"

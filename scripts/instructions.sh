@@ -1,8 +1,7 @@
 #!/usr/bin/env bash
 # What one request costs in instructions (valgrind's callgrind) and in heap allocations, with the library and with plain
 # ZeroMQ; fails when the library takes more than its bounds: instructions.sh [BUILD-FOLDER]
-set -euo pipefail
-cd "$(dirname "${BASH_SOURCE[0]}")/.."
+source "$(dirname "${BASH_SOURCE[0]}")/lib/common.sh"
 
 build=${1:-}
 if [[ -z $build ]]; then
@@ -15,16 +14,8 @@ readonly counter=$build/bench/libcount-allocations.so
 readonly patience=50 # seconds that a run which works never needs
 readonly few=1000 many=5000 # requests: the difference holds nothing of start and stop
 
-folder=$(mktemp -d "${TMPDIR:-/tmp}/tolvo-count.XXXXXX")
-readonly endpoint=ipc://$folder/endpoint
-CleanUp()
-{
-    local id
-    for id in $(jobs -pr); do kill "$id" 2>/dev/null || true; done
-    wait
-    rm -rf "$folder"
-}
-trap CleanUp EXIT
+MakeWorkFolder
+readonly endpoint=ipc://$work/endpoint
 
 # On one processor the threads of a process take turns in much the same way each time, and so in the same number of
 # polls.
@@ -42,30 +33,30 @@ RunSide()
         timeout "$patience" "$@" "$program" "$way-server" "$endpoint" "$count" "$bytes" || return
         wait "$!"
     else
-        mkfifo "$folder/end"
-        timeout "$patience" "$program" echo "$endpoint" 0 0 <"$folder/end" &
-        exec {end}>"$folder/end"
+        mkfifo "$work/end"
+        timeout "$patience" "$program" echo "$endpoint" 0 0 <"$work/end" &
+        exec {end}>"$work/end"
         timeout "$patience" "$@" "$program" "$way-client" "$endpoint" "$count" "$bytes" || return
         exec {end}>&-
         wait "$!" || return
-        rm "$folder/end"
+        rm "$work/end"
     fi
 }
 
 Instructions()
 {
-    RunSide "$@" valgrind --tool=callgrind --callgrind-out-file="$folder/calls" 2>"$folder/log" || {
-        cat "$folder/log" >&2
+    RunSide "$@" valgrind --tool=callgrind --callgrind-out-file="$work/calls" 2>"$work/log" || {
+        cat "$work/log" >&2
         return 1
     }
-    sed -n 's/^summary: //p' "$folder/calls"
+    sed -n 's/^summary: //p' "$work/calls"
 }
 
 # ZeroMQ's own, then all others.
 Allocations()
 {
-    RunSide "$@" env LD_PRELOAD="$PWD/$counter" TOLVO_ALLOCATIONS="$folder/allocations" || return
-    cat "$folder/allocations"
+    RunSide "$@" env LD_PRELOAD="$PWD/$counter" TOLVO_ALLOCATIONS="$work/allocations" || return
+    cat "$work/allocations"
 }
 
 # The cost of one request: what further ones add, divided by their number.

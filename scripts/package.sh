@@ -1,27 +1,18 @@
 #!/usr/bin/env bash
 # Makes the Debian packages for amd64 in build/package/packages and, with the argument armhf, those for armhf in
 # build/armv7/packages as well. Checks them with lintian, and that their programs and libraries are hardened.
-set -euo pipefail
-cd "$(dirname "${BASH_SOURCE[0]}")/.."
+source "$(dirname "${BASH_SOURCE[0]}")/lib/common.sh"
 
 # Pack FOLDER ARCHITECTURE [OPTION...]
 Pack()
 {
-    local folder=$1 architecture=$2 log
-    log=$(mktemp)
+    local folder=$1 architecture=$2
     echo "Packing for $architecture"
     rm -rf "$folder/packages"
-    {
-        (cd "$folder" && cpack "${@:3}") &&
-            lintian --allow-root --fail-on error "$folder"/packages/*_"$architecture".deb &&
-            find "$folder/packages/_CPack_Packages" -type f '(' -name '*.so.*' -o -path '*/bin/*' ')' -print0 |
-            xargs -0 scripts/check-hardening.sh
-    } >"$log" 2>&1 </dev/null || {
-        cat "$log"
-        rm -f "$log"
-        exit 1
-    }
-    rm -f "$log"
+    (cd "$folder" && Quietly cpack "${@:3}")
+    Quietly lintian --allow-root --fail-on error "$folder"/packages/*_"$architecture".deb
+    find "$folder/packages/_CPack_Packages" -type f '(' -name '*.so.*' -o -path '*/bin/*' ')' -print0 |
+        xargs -0 scripts/check/hardening.sh
 }
 
 scripts/setup.sh package
@@ -30,7 +21,7 @@ Pack build/package amd64
 
 if [[ ${1:-} == armhf ]]; then
     scripts/setup.sh armv7
-    scripts/armv7-sysroot.sh "$PWD/build/armv7-sysroot"
+    scripts/lib/armv7-sysroot.sh
     scripts/build.sh armv7
     options=()
     for component in RUNTIME:libtolvo-ipc-transport[0-9]* PLATFORM:tolvo-platform-stand-ins TOOLS:tolvo-ipc-tools; do

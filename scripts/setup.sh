@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs from Debian what is missing: setup.sh build | test | check, each with what the one before needs; or
 # setup.sh armv7 | package | abi | tsan | bench | soak | memcheck | fuzz | docs | guide, with what building needs.
-set -euo pipefail
+source "$(dirname "${BASH_SOURCE[0]}")/lib/common.sh"
 
 declare -A packages
 packages[build]="g++ cmake ninja-build pkg-config libzmq3-dev cppzmq-dev nlohmann-json3-dev libcli11-dev"
@@ -20,8 +20,7 @@ packages[guide]="${packages[build]} python3 python3-zmq"
 
 wanted=${packages[${1:-none}]:-}
 if [[ -z $wanted ]]; then
-    echo "usage: $0 build|test|check|armv7|package|abi|tsan|bench|soak|memcheck|fuzz|docs|guide" >&2
-    exit 2
+    Fail "usage: $0 build|test|check|armv7|package|abi|tsan|bench|soak|memcheck|fuzz|docs|guide"
 fi
 
 missing=()
@@ -32,19 +31,9 @@ done
 
 root=()
 if [[ $(id -u) != 0 ]]; then
-    command -v sudo >/dev/null || {
-        echo "$0: missing packages, and neither root nor sudo to install them: ${missing[*]}" >&2
-        exit 1
-    }
+    command -v sudo >/dev/null || Fail "missing packages, and neither root nor sudo to install them: ${missing[*]}"
     root=(sudo)
 fi
 echo "Installing ${missing[*]}"
-log=$(mktemp)
-trap 'rm -f "$log"' EXIT
-{
-    "${root[@]}" apt-get -qq update &&
-        "${root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -qq install -y --no-install-recommends "${missing[@]}"
-} >"$log" 2>&1 </dev/null || {
-    cat "$log" >&2
-    exit 1
-}
+Quietly "${root[@]}" apt-get -qq update
+Quietly "${root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -qq install -y --no-install-recommends "${missing[@]}"

@@ -1,8 +1,7 @@
 #!/usr/bin/env bash
 # Clients and services as separate processes that are killed, stopped and interrupted meanwhile; fails when an answer is
 # wrong, a process ends or grows, or something no longer answers at the end: soak.sh [SECONDS [SEED]]
-set -euo pipefail
-cd "$(dirname "${BASH_SOURCE[0]}")/.."
+source "$(dirname "${BASH_SOURCE[0]}")/lib/common.sh"
 
 scripts/setup.sh soak
 scripts/build.sh release tolvo-quillmere soak_service soak_client

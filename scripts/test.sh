@@ -1,7 +1,6 @@
 #!/usr/bin/env bash
 # Installs what is missing, then builds and runs the tests, plain and with the address sanitizer.
-set -euo pipefail
-cd "$(dirname "${BASH_SOURCE[0]}")/.."
+source "$(dirname "${BASH_SOURCE[0]}")/lib/common.sh"
 
 scripts/setup.sh test
 for preset in dev asan; do

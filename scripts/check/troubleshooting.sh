@@ -1,8 +1,7 @@
 #!/usr/bin/env bash
 # Fails when docs/troubleshooting.md lacks a log line of src/ or has one that src/ doesn't, or when it and the reference
 # disagree about the statuses that there are.
-set -euo pipefail
-cd "$(dirname "${BASH_SOURCE[0]}")/.."
+source "$(dirname "${BASH_SOURCE[0]}")/../lib/common.sh"
 
 readonly table=docs/troubleshooting.md
 
@@ -26,10 +25,7 @@ Rows()
 Same() { diff --label "$1" --label "$2" -u /dev/fd/3 /dev/fd/4; }
 
 unreadable=$(Uses | grep -vE '"[^"]+",$' || true)
-[[ -z $unreadable ]] || {
-    printf 'A log line whose format is no single literal:\n%s\n' "$unreadable"
-    exit 1
-}
+[[ -z $unreadable ]] || Fail "a log line whose format is no single literal: $unreadable"
 # shellcheck disable=SC2016 # Markdown's marks of code
 Same src "$table" 3< <(Uses | sed -E 's/^[^"]*" ?(.*)",$/\1/' | sort -u) \
     4< <(Rows "Log lines" "$table" | grep -oE '`[^`]+`' | tr -d '`' | sort)

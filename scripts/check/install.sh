@@ -2,25 +2,9 @@
 # Shows that what is installed works in other people's builds: the README's service and client are built and run
 # against a moved prefix, by CMake and by pkg-config, against the unpacked Debian packages, and against a library that
 # was built on installed platform libraries only. Leaves nothing behind but the build folder.
-set -euo pipefail
-cd "$(dirname "${BASH_SOURCE[0]}")/.."
+source "$(dirname "${BASH_SOURCE[0]}")/../lib/common.sh"
 
 readonly patience=20 # seconds that a step which works never needs
-
-Fail()
-{
-    printf 'test-install: %s\n' "$1" >&2
-    exit 1
-}
-
-# Runs a command, quietly unless it fails.
-Quietly()
-{
-    "$@" >"$work/log" 2>&1 </dev/null || {
-        cat "$work/log" >&2
-        Fail "failed: $*"
-    }
-}
 
 Await()
 {
@@ -45,7 +29,7 @@ Greet()
     mkfifo "$folder/log"
     timeout "$patience" "$2/tolvo-quillmere" --servers "ipc://$folder/servers" --clients "$folder/clients" \
         >"$folder/log" 2>&1 &
-    quillmere=$!
+    local quillmere=$! service
     exec {lines}<"$folder/log"
     Await "$lines" serving
     timeout "$patience" "$1/hello_service" 2>"$work/log" &
@@ -56,9 +40,7 @@ Greet()
     answer=$(printf hello | timeout "$patience" "$2/tolvo-ipc-call" "ipc://$folder/clients/greeter")
     [[ $answer == "hello too" ]] || Fail "tolvo-ipc-call got '$answer'"
     End "$service" INT service
-    service=
     End "$quillmere" TERM "registration service"
-    quillmere=
     exec {lines}<&-
 }
 
@@ -69,18 +51,9 @@ BuildWithCMake()
     Quietly cmake --build "$1"
 }
 
-CleanUp()
-{
-    local process
-    for process in $quillmere $service; do kill "$process" 2>/dev/null || true; done # "timeout" passes it on
-    rm -rf "$work"
-}
-
-quillmere='' service=''
 scripts/setup.sh package
 scripts/package.sh
-work=$(mktemp -d "${TMPDIR:-/tmp}/tolvo-install.XXXXXX")
-trap CleanUp EXIT
+MakeWorkFolder
 
 mkdir "$work/consumer"
 for program in service client; do
@@ -105,7 +78,7 @@ for stray in "$PWD" "$work/first"; do
 done
 soname=$(readelf -d "$libdir/libtolvo-ipc-transport.so" | sed -n 's/.*soname: \[\(.*\)\]/\1/p')
 [[ $soname == libtolvo-ipc-transport.so.0 ]] || Fail "the soname is $soname"
-Quietly scripts/check-hardening.sh "$libdir"/*.so "$work"/moved/bin/*
+Quietly scripts/check/hardening.sh "$libdir"/*.so "$work"/moved/bin/*
 
 echo "A device image: the runtime component alone"
 Quietly cmake --install build/package --prefix "$work/image" --component runtime

@@ -1,7 +1,6 @@
 #!/usr/bin/env bash
 # Runs the tests of the clients and of the queue of responses under valgrind: no error, nothing definitely lost.
-set -euo pipefail
-cd "$(dirname "${BASH_SOURCE[0]}")/.."
+source "$(dirname "${BASH_SOURCE[0]}")/../lib/common.sh"
 
 scripts/setup.sh memcheck
 scripts/build.sh dev client_test responses_fifo_test

@@ -1,9 +1,8 @@
 #!/usr/bin/env bash
 # Builds and runs the tests with the thread sanitizer, on a libzmq that is built with it as well.
-set -euo pipefail
-cd "$(dirname "${BASH_SOURCE[0]}")/.."
+source "$(dirname "${BASH_SOURCE[0]}")/../lib/common.sh"
 
 scripts/setup.sh test
-scripts/tsan-libzmq.sh build/libzmq-tsan
+scripts/lib/tsan-libzmq.sh
 scripts/build.sh tsan
 ctest --preset tsan --progress

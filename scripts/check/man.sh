@@ -1,8 +1,7 @@
 #!/usr/bin/env bash
 # Fails when a manual page has a fault, or when the options in its synopsis or in its list are not those of the tool's
 # --help, with the same arguments.
-set -euo pipefail
-cd "$(dirname "${BASH_SOURCE[0]}")/.."
+source "$(dirname "${BASH_SOURCE[0]}")/../lib/common.sh"
 
 # Options: the options in the lines of its input, each on a line, with its argument: "--timeout MS".
 Options() { grep -oE -- '(^|[^-[:alnum:]])--?[a-z][a-z-]*( [A-Z]+\b)?' | sed 's/^[^-]*//' | sort; }
@@ -11,8 +10,7 @@ Options() { grep -oE -- '(^|[^-[:alnum:]])--?[a-z][a-z-]*( [A-Z]+\b)?' | sed 's/
 Compare()
 {
     diff <(Options <<<"$3") <(grep -oE '^  -[^ ]+( [A-Z]+\b)?' <<<"$help" | Options) && return
-    echo "man/$1.1: the options in its $2 (<) are not those of --help (>)"
-    exit 1
+    Fail "man/$1.1: the options in its $2 (<) are not those of --help (>)"
 }
 
 scripts/setup.sh docs

@@ -1,7 +1,6 @@
 #!/usr/bin/env bash
 # Fails when a program in the README is not the one in examples/hello, which is compiled.
-set -euo pipefail
-cd "$(dirname "${BASH_SOURCE[0]}")/.."
+source "$(dirname "${BASH_SOURCE[0]}")/../lib/common.sh"
 
 for program in service client; do
     awk -v title="## A $program" '$0 == title { found = 1 } found && /^```$/ { exit } inside { print }

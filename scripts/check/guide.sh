@@ -2,23 +2,10 @@
 # Does what docs/guide.md tells, with a temporary folder for a home, and fails when a command fails or prints something
 # else than the guide says. The comment before each block tells what it is: a file, lines to append to one, commands to
 # run, or what the commands before it print.
-set -euo pipefail
-cd "$(dirname "${BASH_SOURCE[0]}")/.."
+source "$(dirname "${BASH_SOURCE[0]}")/../lib/common.sh"
 
 readonly guide=docs/guide.md
 readonly patience=600 # seconds that a guide which works never needs, building included
-
-Fail()
-{
-    printf 'check-guide: %s\n' "$1" >&2
-    exit 1
-}
-
-CleanUp()
-{
-    if [[ -n $session ]] && kill "$session" 2>/dev/null; then wait "$session" || true; fi # "timeout" passes it on
-    rm -rf "$work"
-}
 
 # Writes block N of the guide to N.text and appends what to do with it to the script. Output goes to the file of the
 # block that ran last.
@@ -66,12 +53,8 @@ Compare()
     }
 }
 
-session=
 scripts/setup.sh guide
-work=$(mktemp -d "${TMPDIR:-/tmp}/tolvo-guide.XXXXXX")
-trap CleanUp EXIT
-trap 'exit 130' INT
-trap 'exit 143' TERM
+MakeWorkFolder
 mkdir "$work/home"
 Extract
 {
@@ -83,14 +66,11 @@ Extract
 # A reader's environment: Debian's own programs first, nothing of the caller's.
 env -i "HOME=$work/home" PATH=/usr/sbin:/usr/bin:/sbin:/bin LANG=C.UTF-8 timeout -k 10 "$patience" \
     bash "$work/session" </dev/null >"$work/log" 2>&1 &
-session=$!
-wait "$session" || {
+wait "$!" || {
     status=$?
-    session=
     last=$(find "$work" -name '*.printed' -printf '%f\n' | sort -n | tail -n 1)
     cat "$work/log" "$work/${last:-log}" >&2
     Fail "exit code $status of: $(cat "$work/${last%.printed}.text")"
 }
-session=
 while read -r ran expected task; do Compare "$ran" "$expected" "$task"; done <"$work/comparisons"
 echo "docs/guide.md: $(grep -c '^# block' "$work/session") blocks of commands run, $(wc -l <"$work/comparisons") outputs as they stand there"
