@@ -20,12 +20,14 @@ public:
     AbstractServerConnector(const AbstractServerConnector&) = delete;
     AbstractServerConnector& operator=(const AbstractServerConnector&) = delete;
 
-    /// Starts serving. See `ZmqServerConnector`.
-    /// @return `Success` when requests are being served.
+    /// Starts serving on a thread of its own and waits until that is ready. Does nothing on a server that listens.
+    /// @return `Success` when requests are being served, otherwise what failed; the server is then stopped.
     virtual StatusCode StartListening() = 0;
 
-    /// Stops serving. See `ZmqServerConnector`.
-    /// @return `Success` when the server has stopped.
+    /// Stops serving; waits for the request being handled. Do so before the server is deleted, never from its handler.
+    /// Does nothing on a server that does not listen.
+    /// @return `Success` when the server has stopped, otherwise what failed; its thread may then still run, and it must
+    /// not be deleted: start it, then stop it again.
     virtual StatusCode StopListening() = 0;
 
     /// Sets the handler that turns a request into a response; an empty function removes it, and requests are then

@@ -30,12 +30,14 @@ public:
     ~ZmqClientConnector() override;
 
     /// Connects on first use, sends `request` as one frame and waits for one frame in return. The sending blocks when
-    /// the socket can queue no more.
+    /// the socket can queue no more. A reply of more than 2 GiB is cut.
     /// @param request,response,timeout as for `AbstractClientConnector`.
     /// @return
     /// - `Success`: `response` holds the reply. (A ZeroMQ call that fails with error number 0 counts as success too and
     ///   leaves `response` as it was.)
-    /// - `TimedOut` (76): no reply within `timeout`; it may still come and be given to the next request.
+    /// - `TimedOut` (76): no reply within `timeout`; the request may still be carried out, and its reply be given to
+    /// the
+    ///   next one.
     /// - `BlockingForbidden` (27): the operating mode forbids waiting; the request has been sent all the same.
     /// - otherwise `MakeStatusCodeFromErrno` of the ZeroMQ call that failed. A signal that interrupts the wait is one
     ///   of them (`EINTR`).

@@ -19,9 +19,11 @@ namespace zeb::tolvo::ipc
 /// Any number of threads may call `SendRequest` at the same time; the context must stay alive while one does. The
 /// connector's sockets keep ZeroMQ's default linger: a request that nobody has taken makes the end of the context wait
 /// for ever, so switch `ZMQ_BLOCKY` off in the context before the first request where a service may be gone for good.
-/// An `inproc` endpoint that nobody binds keeps a descriptor for every request until somebody does. An interrupt
-/// publisher that neither sends nor is asked for its `ZMQ_EVENTS` doesn't let go of the subscribers of ended requests:
-/// it keeps a descriptor for each over `inproc`, and memory over any transport.
+/// Until somebody binds its endpoint, such a request also keeps its socket, so that some 1,000 time-outs fill a context
+/// of ZeroMQ's default size; it is carried out once the service appears.
+///
+/// An interrupt publisher that neither sends nor is asked for its `ZMQ_EVENTS` doesn't let go of the subscribers of
+/// ended requests: it keeps a descriptor for each over `inproc`, and memory over any transport.
 class TOLVO_IPC_EXPORT ZmqClientDealerConnector
 {
 public:
@@ -37,16 +39,17 @@ public:
     ZmqClientDealerConnector& operator=(const ZmqClientDealerConnector&) = delete;
 
     /// Sends `request` as one frame and waits for one frame in return. The sending blocks when the socket can queue no
-    /// more. Both sockets are closed when it returns.
+    /// more. Both sockets are closed when it returns. A reply of more than 2 GiB is cut.
     /// @param request copied; may be empty.
     /// @param response replaced by the reply when one was received, otherwise left as it was.
     /// @param timeout milliseconds to wait for the reply; -1 waits without limit, 0 looks once.
     /// @return
     /// - `Success`: `response` holds the reply. (A ZeroMQ call that fails with error number 0 counts as success too and
     ///   leaves `response` as it was.)
-    /// - `TimedOut` (76): no reply within `timeout`.
-    /// - `Interrupted` (12): a message on the interrupt endpoint ended the wait. A reply received at the same moment
-    ///   is in `response`.
+    /// - `TimedOut` (76): no reply within `timeout`; the request may still be carried out.
+    /// - `Interrupted` (12): a message on the interrupt endpoint ended the wait; the request may still be carried out.
+    /// A
+    ///   reply received at the same moment is in `response`.
     /// - otherwise `MakeStatusCodeFromErrno` of the ZeroMQ call that failed. A signal that interrupts the wait is one
     ///   of them (`EINTR`).
     StatusCode SendRequest(const ByteVector& request, ByteVector& response, int timeout);

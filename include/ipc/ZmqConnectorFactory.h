@@ -16,6 +16,10 @@ namespace zeb::tolvo::ipc
 /// of the library until it is unloaded or the process exits. That end waits until every socket is closed: by then, stop
 /// every server and destroy every client.
 ///
+/// The context has descriptors of its own before `main` begins: a program that closes the descriptors that it has
+/// inherited must leave those alone. ZeroMQ ends the process (`abort`) when the first socket finds only one to three
+/// descriptors left, and when memory runs out.
+///
 /// Any thread may create connectors at any time. A context that couldn't be created is logged at load; connectors are
 /// created all the same, and each reports the failure when it is used.
 class TOLVO_IPC_EXPORT ZmqConnectorFactory
