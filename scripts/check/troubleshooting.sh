@@ -28,5 +28,5 @@ unreadable=$(Uses | grep -vE '"[^"]+",$' || true)
 [[ -z $unreadable ]] || Fail "a log line whose format is no single literal: $unreadable"
 # shellcheck disable=SC2016 # Markdown's marks of code
 Same src "$table" 3< <(Uses | sed -E 's/^[^"]*" ?(.*)",$/\1/' | sort -u) \
-    4< <(Rows "Log lines" "$table" | grep -oE '`[^`]+`' | tr -d '`' | sort)
+    4< <(sed -nE 's/^#### `(.*)`$/\1/p' "$table" | sort)
 Same docs/reference.dox "$table" 3< <(Rows Statuses docs/reference.dox) 4< <(Rows Statuses "$table")
