@@ -27,10 +27,12 @@ TEST(ResponsesFIFO, IsReadableWhileResponsesAreQueued)
     for (const std::string& body : bodies) fifo.PushResponse(Bytes(body));
     for (const std::string& body : bodies)
     {
-        EXPECT_TRUE(IsReadable(fifo) && fifo.AreResponsesPending());
+        EXPECT_TRUE(IsReadable(fifo)) << body;
+        EXPECT_TRUE(fifo.AreResponsesPending()) << body;
         EXPECT_EQ(Text(fifo.PopResponse()), body);
     }
-    EXPECT_FALSE(IsReadable(fifo) || fifo.AreResponsesPending());
+    EXPECT_FALSE(IsReadable(fifo));
+    EXPECT_FALSE(fifo.AreResponsesPending());
 
     fifo.PushResponse(Bytes("taken without its byte"));
     EXPECT_EQ(Text(fifo.GetResponse()), "taken without its byte");
@@ -93,8 +95,9 @@ TEST(ResponsesFIFO, GivesEachProducersResponsesOnceAndInOrder)
         const std::string body = Text(fifo.PopResponse());
         ASSERT_EQ(body.substr(1), std::to_string(next.at(body.at(0))++));
     }
-    for (std::future<void>& producer : producers) producer.wait();
-    EXPECT_FALSE(IsReadable(fifo) || fifo.AreResponsesPending());
+    for (std::future<void>& producer : producers) producer.get();
+    EXPECT_FALSE(IsReadable(fifo));
+    EXPECT_FALSE(fifo.AreResponsesPending());
     fifo.PushResponse(Bytes("dropped with the queue"));
 }
 

@@ -21,11 +21,28 @@ using zeb::tolvo::MakeStatusCodeFromErrno;
 using zeb::tolvo::StatusCode;
 using Lines = std::vector<std::string>;
 
-constexpr int kPatience = 10'000; // ms that a correct program never needs
+constexpr int kPatience = 30'000; // ms that a correct program never needs, however busy the machine
 
 inline ByteVector Bytes(const std::string& text) { return {text.begin(), text.end()}; }
 
 inline std::string Text(const ByteVector& bytes) { return {bytes.begin(), bytes.end()}; }
+
+/// Ends a test at its first fatal failure, wherever that is: in a helper, or on another thread whose future it awaits.
+struct FatalFailuresThrow : testing::EmptyTestEventListener
+{
+    void OnTestPartResult(const testing::TestPartResult& result) override
+    {
+        if (result.fatally_failed()) throw testing::AssertionException(result);
+    }
+
+    static bool Install()
+    {
+        testing::UnitTest::GetInstance()->listeners().Append(new FatalFailuresThrow);
+        return true;
+    }
+};
+
+inline const bool kDoFatalFailuresThrow = FatalFailuresThrow::Install();
 
 /// A folder of its own for socket files, removed at the end.
 struct TempFolder

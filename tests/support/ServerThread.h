@@ -9,7 +9,7 @@ inline std::string Registration(const std::string& identity, const std::string& 
     return identity + R"(|{"address":")" + address + R"(","type":"register"})";
 }
 
-/// A server of the test's own context opposite a registration service, and one whose endpoint nobody binds.
+/// Servers that run, opposite a registration service.
 struct ServerThread : testing::Test
 {
     ServerThread()
@@ -27,7 +27,7 @@ struct ServerThread : testing::Test
         ASSERT_EQ(service.Receive(), Registration("id", "svc"));
     }
 
-    void Stop() { EXPECT_EQ(server.StopListening(), StatusCode::Success); }
+    void Stop() { ASSERT_EQ(server.StopListening(), StatusCode::Success); }
 
     std::string Exchange(const std::string& body)
     {
