@@ -2,6 +2,7 @@
 
 #include <ipc/ZmqClientDealerConnector.h>
 #include <ipc/ZmqConnectorFactory.h>
+#include <ipc/convenience/WaitingAllowed.h>
 
 namespace zeb::tolvo::desk
 {
@@ -24,14 +25,9 @@ public:
     }
 
 private:
-    struct MayWait : ipc::OperatingModeInterface
-    {
-        bool IsBlockingForbidden() override { return false; }
-    };
-
     std::string mEndpoint;
     int mTimeoutMs;
-    MayWait mOperatingMode;
+    ipc::convenience::WaitingAllowed mOperatingMode;
     std::unique_ptr<ipc::AbstractClientConnector> mConnector; // null until the first call and after a failed one
 };
 
