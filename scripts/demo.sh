@@ -122,12 +122,13 @@ call=$build/tools/ipc-call/tolvo-ipc-call
 examples=$build/examples
 printf 'done\n'
 
-Title "A registration service and a device status service, in $folder"
+Title "A registration service and two services, in $folder"
 cd "$folder"
 mkdir clients
 declare -A services=()
 StartService registration "$quillmere" --servers ipc://servers --clients clients
 StartService device-status "$examples/device_status_service" --servers ipc://servers
+StartService spare "$examples/device_status_service" --servers ipc://servers --address spare
 
 Title "Requests and their answers"
 Ask uptime
@@ -137,13 +138,15 @@ Ask cpuinfo 5
 Ask no-such-thing
 
 Title "alarm_service: what a second, urgent front-end buys"
-Run "$examples/alarm_service" --servers ipc://servers --clients clients
+Run "$examples/alarm_service" ipc://servers clients
 
 Title "interruptible_caller: a wait ended from outside"
-TMPDIR=. Run "$examples/interruptible_caller"
+Run "$examples/interruptible_caller" ipc://interrupts
+rm interrupts # ZeroMQ leaves it
 
-Title "event_loop: responses, a timer and standard input in one poll loop"
-Run "$examples/event_loop" --endpoint ipc://clients/device-status --rounds 2 --period 300
+Title "event_loop: a timer, standard input and two services in one poll loop"
+echo loadavg >request
+Run "$examples/event_loop" ipc://clients/device-status ipc://clients/spare <request
 
 Title "Stopping"
 StopEverything || Fail "a process was left"

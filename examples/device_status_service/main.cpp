@@ -1,4 +1,7 @@
 // A service that answers "uptime", "loadavg", "meminfo" and "cpuinfo" with the state of the running machine.
+//
+// What to look at: this one keeps to the library alone. `HandleRequest` lets no exception out, and `Stop` takes the
+// library's way out of a stop that has failed. ipc/convenience has both as `Guarded` and `ServerHandle`.
 
 #include "DeviceStatus.h"
 
@@ -7,7 +10,6 @@
 #include <CLI/CLI.hpp>
 
 #include <csignal>
-#include <cstdlib>
 #include <exception>
 #include <iostream>
 #include <memory>
@@ -18,23 +20,6 @@ namespace
 
 namespace ipc = zeb::tolvo::ipc;
 using zeb::tolvo::StatusCode;
-
-constexpr int kBadUsage = 2;
-
-struct StopAndDelete
-{
-    void operator()(ipc::ZmqServerConnector* server) const
-    {
-        if (server->StopListening() != StatusCode::Success)
-        {
-            std::cerr << "device_status_service: can't stop\n";
-            std::_Exit(EXIT_FAILURE); // the server thread still runs: its connector can't be deleted
-        }
-        delete server;
-    }
-};
-
-using Server = std::unique_ptr<ipc::ZmqServerConnector, StopAndDelete>;
 
 // An exception that left the handler would end the process.
 void HandleRequest(const ipc::ByteVector& request, ipc::ByteVector& response)
@@ -51,7 +36,27 @@ void HandleRequest(const ipc::ByteVector& request, ipc::ByteVector& response)
     }
 }
 
-int Serve(const std::string& servers, const std::string& address, const std::string& identity)
+bool Report(StatusCode status, const std::string& what)
+{
+    if (status == StatusCode::Success) return true;
+    std::cerr << "device_status_service: can't " << what << ", status " << static_cast<unsigned int>(status) << "\n";
+    return false;
+}
+
+/// Stops and deletes the server. One that can't be stopped is kept: its thread still runs, so that deleting it would
+/// end the process.
+bool Stop(std::unique_ptr<ipc::ZmqServerConnector> server)
+{
+    StatusCode status = server->StopListening();
+    if (status == StatusCode::Success) return true;
+    status = server->StartListening(); // ends the earlier thread
+    if (status == StatusCode::Success) status = server->StopListening();
+    if (Report(status, "stop")) return true;
+    static_cast<void>(server.release());
+    return false;
+}
+
+bool Serve(const std::string& servers, const std::string& address, const std::string& identity)
 {
     // Blocked before there are other threads, which inherit it: the signals then wait for sigwait below.
     sigset_t stopSignals;
@@ -61,21 +66,16 @@ int Serve(const std::string& servers, const std::string& address, const std::str
     pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
 
     auto& factory = ipc::ZmqConnectorFactory::GetInstance();
-    const Server server(factory.CreateZmqServerConnector(servers, identity, ipc::ServerType::OnePriority));
+    std::unique_ptr<ipc::ZmqServerConnector> server(
+        factory.CreateZmqServerConnector(servers, identity, ipc::ServerType::OnePriority));
     server->RegisterCallback(HandleRequest);
     server->SetStartupMessage(address); // sent at each connection, so also to a restarted registration service
-
-    if (const StatusCode status = server->StartListening(); status != StatusCode::Success)
-    {
-        std::cerr << "device_status_service: can't serve at " << servers << ", status "
-                  << static_cast<unsigned int>(status) << "\n";
-        return EXIT_FAILURE;
-    }
+    if (!Report(server->StartListening(), "serve at " + servers)) return false;
     std::cout << "device_status_service: serving " << address << " at " << servers << std::endl;
 
     int signal = 0;
     sigwait(&stopSignals, &signal);
-    return EXIT_SUCCESS;
+    return Stop(std::move(server));
 }
 
 } // namespace
@@ -93,15 +93,10 @@ int main(int argc, char** argv)
     try
     {
         app.parse(argc, argv);
-        return Serve(servers, address, identity.empty() ? address : identity);
+        return Serve(servers, address, identity.empty() ? address : identity) ? 0 : 1;
     }
     catch (const CLI::ParseError& error)
     {
-        return app.exit(error) == 0 ? EXIT_SUCCESS : kBadUsage;
-    }
-    catch (const std::exception& error)
-    {
-        std::cerr << "device_status_service: " << error.what() << "\n";
-        return EXIT_FAILURE;
+        return app.exit(error) == 0 ? 0 : 2;
     }
 }

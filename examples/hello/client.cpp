@@ -1,17 +1,13 @@
 #include <iostream>
-#include <ipc/ZmqConnectorFactory.h>
-#include <string>
+#include <ipc/convenience/Caller.h>
 
-struct MayWait : zeb::tolvo::ipc::OperatingModeInterface
-{
-    bool IsBlockingForbidden() override { return false; }
-} mode;
+using namespace std::chrono_literals;
 
 int main()
 {
-    auto& factory = zeb::tolvo::ipc::ZmqConnectorFactory::GetInstance();
-    const auto client = factory.CreateZmqClientConnector("ipc:///tmp/desk/clients/greeter", mode);
-    zeb::tolvo::ipc::ByteVector reply;
-    if (client->SendRequest({'h', 'i'}, reply, 2000) != zeb::tolvo::StatusCode::Success) return 1;
-    std::cout << std::string(reply.begin(), reply.end());
+    zeb::tolvo::ipc::convenience::Caller greeter("ipc:///tmp/desk/clients/greeter");
+    const auto reply = greeter.Call("hi", 2s);
+    if (!reply) std::cerr << "no reply: " << reply.Describe() << "\n";
+    std::cout << reply.Text();
+    return reply ? 0 : 1;
 }
