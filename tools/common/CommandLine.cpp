@@ -2,7 +2,9 @@
 
 #include <ipc/Version.h>
 
+#include <algorithm>
 #include <string>
+#include <vector>
 
 namespace zeb::tolvo::desk
 {
@@ -18,6 +20,15 @@ std::optional<int> ParseCommandLine(CLI::App& app, int argc, const char* const* 
     try
     {
         app.parse(argc, argv);
+    }
+    catch (const CLI::RequiredError& missing)
+    {
+        // A misspelled option is the likelier reason.
+        std::vector<std::string> unknown = app.remaining();
+        const auto isValue = [](const std::string& argument) { return argument.compare(0, 1, "-") != 0; };
+        unknown.erase(std::remove_if(unknown.begin(), unknown.end(), isValue), unknown.end());
+        app.exit(unknown.empty() ? CLI::ParseError(missing) : CLI::ExtrasError(unknown));
+        return kExitBadUsage;
     }
     catch (const CLI::ParseError& end)
     {
