@@ -1,9 +1,10 @@
 #include "quillmere/RegistrationService.h"
 
+#include "quillmere/Lines.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <optional>
-#include <stdexcept>
 #include <utility>
 
 namespace zeb::tolvo::desk
@@ -62,6 +63,7 @@ RegistrationService::RegistrationService(zmq::context_t& context, const std::str
 
 void RegistrationService::Run(int stop)
 {
+    RestoreServers();
     for (;;)
     {
         std::vector<zmq::pollitem_t> items = MakePollItems(stop);
@@ -84,9 +86,13 @@ void RegistrationService::Run(int stop)
 
 void RegistrationService::Bind(const std::string& address)
 {
-    const std::string endpoint = mFolder.EndpointOf(address);
-    if (mServers.IsAt(endpoint)) throw std::runtime_error("its address is the servers' endpoint");
-    mClients.emplace_back(mContext, endpoint);
+    mClients.emplace_back(mContext, mFolder.EndpointOf(address));
+}
+
+void RegistrationService::Restore(std::size_t address)
+{
+    RestoreServers();
+    mClients[address].Restore();
 }
 
 int RegistrationService::SendToServer(std::string_view identity, zmq::message_t body)
@@ -97,6 +103,18 @@ int RegistrationService::SendToServer(std::string_view identity, zmq::message_t 
 int RegistrationService::SendToClient(std::size_t address, std::string_view client, zmq::message_t body)
 {
     return mClients[address].Send(client, std::move(body));
+}
+
+void RegistrationService::RestoreServers()
+{
+    try
+    {
+        if (mServers.Restore()) Note("the servers' endpoint had lost its socket file and is bound again");
+    }
+    catch (const std::exception& failure)
+    {
+        Warn(failure.what());
+    }
 }
 
 std::vector<zmq::pollitem_t> RegistrationService::MakePollItems(int stop)

@@ -26,16 +26,19 @@ public:
     RegistrationService(zmq::context_t& context, const std::string& servers, const std::string& clients,
                         std::chrono::milliseconds quietTime, Tracer tracer = {});
 
-    /// Serves until the descriptor `stop` is readable. May be called again.
+    /// Serves until the descriptor `stop` is readable. May be called again. A registration and each call also bind
+    /// again what has lost its socket file: a registration its address, and both the endpoint of the servers.
     void Run(int stop);
 
     std::vector<ServerReport> Report() const { return mSwitchboard.Report(); }
 
 private:
     void Bind(const std::string& address) override;
+    void Restore(std::size_t address) override;
     int SendToServer(std::string_view identity, zmq::message_t body) override;
     int SendToClient(std::size_t address, std::string_view client, zmq::message_t body) override;
 
+    void RestoreServers();
     std::vector<zmq::pollitem_t> MakePollItems(int stop);
     std::chrono::milliseconds TimeUntilRelease() const;
 

@@ -1,30 +1,17 @@
 #include "quillmere/Router.h"
 
+#include "quillmere/Endpoint.h"
 #include "quillmere/Lines.h"
 
 #include <cerrno>
-#include <filesystem>
 #include <stdexcept>
-#include <sys/stat.h>
-#include <unistd.h>
+#include <utility>
 
 namespace zeb::tolvo::desk
 {
 
 namespace
 {
-
-bool HasTransport(const std::string& endpoint, std::string_view transport)
-{
-    return endpoint.compare(0, transport.size(), transport) == 0;
-}
-
-/// @return empty when the transport is not ipc.
-std::string PathOf(const std::string& endpoint)
-{
-    constexpr std::string_view kIpc = "ipc://";
-    return HasTransport(endpoint, kIpc) ? endpoint.substr(kIpc.size()) : std::string();
-}
 
 /// A tcp peer whose machine or link has gone sends no sign of it, and one that only waits for requests would never
 /// look. These make both ends look: a peer closes a connection on which nothing came for the time to live, and connects
@@ -39,40 +26,47 @@ void SendHeartbeats(zmq::socket_t& socket)
     socket.set(zmq::sockopt::heartbeat_ttl, kTimeToLiveMs);
 }
 
+/// @return null when the endpoint has no file.
+std::unique_ptr<SocketFile> MakeSocketFile(const std::string& endpoint)
+{
+    const std::string path = SocketPathOf(endpoint);
+    return path.empty() ? nullptr : std::make_unique<SocketFile>(path);
+}
+
 } // namespace
 
 Router::Router(zmq::context_t& context, const std::string& endpoint)
-    : mPath(PathOf(endpoint)), mSocket(context, zmq::socket_type::router)
+    : mEndpoint(endpoint), mSocket(context, zmq::socket_type::router)
 {
-    std::error_code ignored;
-    const auto status = std::filesystem::symlink_status(mPath, ignored);
-    if (exists(status) && !is_socket(status)) throw std::runtime_error(Quote(mPath) + " exists and is no socket");
-
     mSocket.set(zmq::sockopt::router_handover, true); // a restarted peer takes its identity back
     mSocket.set(zmq::sockopt::router_mandatory, true);
     mSocket.set(zmq::sockopt::linger, 0);
-    if (HasTransport(endpoint, "tcp://")) SendHeartbeats(mSocket);
+    if (IsTcp(endpoint)) SendHeartbeats(mSocket);
+    Bind(MakeSocketFile(endpoint));
+}
+
+bool Router::Restore()
+{
+    if (!mFile || mFile->IsThere()) return false;
+    std::unique_ptr<SocketFile> file = MakeSocketFile(mEndpoint);
+    mSocket.unbind(mSocket.get(zmq::sockopt::last_endpoint));
+    Bind(std::move(file));
+    return true;
+}
+
+void Router::Bind(std::unique_ptr<SocketFile> file)
+{
     try
     {
-        mSocket.bind(endpoint);
+        // ZeroMQ's own bind would remove whatever is at the path.
+        if (file) mSocket.set(zmq::sockopt::use_fd, file->ReleaseDescriptor());
+        mSocket.bind(mEndpoint);
     }
     catch (const zmq::error_t& error)
     {
-        throw std::runtime_error("can't bind " + Quote(endpoint) + ": " + error.what());
+        throw std::runtime_error("can't bind " + Quote(mEndpoint) + ": " + error.what());
     }
-    mFile = Identify(mPath);
-}
-
-Router::~Router()
-{
-    // Another process may have bound the endpoint since.
-    if (IsAt("ipc://" + mPath)) unlink(mPath.c_str());
-}
-
-bool Router::IsAt(const std::string& endpoint) const
-{
-    const FileId file = Identify(PathOf(endpoint));
-    return file != FileId() && file == mFile;
+    mFile = std::move(file);
 }
 
 std::optional<Message> Router::Receive()
@@ -103,13 +97,6 @@ int Router::Send(std::string_view receiver, zmq::message_t body)
     {
         return error.num();
     }
-}
-
-/// @return all zero when there is no such file.
-Router::FileId Router::Identify(const std::string& path)
-{
-    struct stat file = {};
-    return lstat(path.c_str(), &file) == 0 ? FileId(file.st_dev, file.st_ino) : FileId();
 }
 
 } // namespace zeb::tolvo::desk

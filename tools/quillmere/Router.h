@@ -1,33 +1,30 @@
 #pragma once
 
 #include "quillmere/Message.h"
+#include "quillmere/SocketFile.h"
 
 #include <zmq.hpp>
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <sys/types.h>
-#include <utility>
 
 namespace zeb::tolvo::desk
 {
 
-/// A bound ZeroMQ router. It owns the socket file of an ipc endpoint: ZeroMQ leaves that behind. A tcp peer and it
-/// notice within seconds that the other is gone, however silently.
+/// A bound ZeroMQ router. It owns the socket file of an ipc endpoint. A tcp peer and it notice within seconds that the
+/// other is gone, however silently.
 class Router
 {
 public:
-    /// Any file but a socket at an ipc endpoint is left alone; ZeroMQ would replace it.
-    /// @throws std::exception that tells of such a file, or why ZeroMQ refuses.
+    /// @throws std::exception that tells why the endpoint can't be bound.
     Router(zmq::context_t& context, const std::string& endpoint);
-    ~Router();
 
-    Router(const Router&) = delete;
-    Router& operator=(const Router&) = delete;
-
-    /// @return whether binding `endpoint` would take this router's socket file away.
-    bool IsAt(const std::string& endpoint) const;
+    /// Binds the endpoint again when its socket file has gone; connections of before are closed.
+    /// @return whether it has.
+    /// @throws std::exception that tells why it can't; the next call tries again.
+    bool Restore();
 
     zmq::pollitem_t MakePollItem() { return {mSocket.handle(), 0, ZMQ_POLLIN, 0}; }
 
@@ -39,13 +36,11 @@ public:
     int Send(std::string_view receiver, zmq::message_t body);
 
 private:
-    using FileId = std::pair<dev_t, ino_t>;
+    void Bind(std::unique_ptr<SocketFile> file);
 
-    static FileId Identify(const std::string& path);
-
-    std::string mPath; // empty when the transport is not ipc
-    FileId mFile;
+    std::string mEndpoint;
     zmq::socket_t mSocket;
+    std::unique_ptr<SocketFile> mFile; // null when the endpoint has none; goes before the socket closes
 };
 
 } // namespace zeb::tolvo::desk

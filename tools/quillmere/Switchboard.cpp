@@ -86,6 +86,7 @@ void Switchboard::Register(std::string_view identity, const Registration& regist
     try
     {
         Server& server = FindOrAddServer(identity, registration, now);
+        mWires.Restore(server.address);
         Address& address = mAddresses[server.address];
         Server* const earlier = std::exchange(address.server, &server);
         std::string line = Quote(identity) + " registered as " + Quote(address.name);

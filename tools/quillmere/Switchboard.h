@@ -30,6 +30,10 @@ public:
     /// @throws std::exception that tells why it can't be done; the number is then not used.
     virtual void Bind(const std::string& address) = 0;
 
+    /// A server registers an address that was bound before: clients must be able to connect to it, too.
+    /// @throws std::exception that tells why they can't.
+    virtual void Restore(std::size_t /*address*/) {}
+
     // Each returns 0, or the error number when the frame can't be sent now.
     virtual int SendToServer(std::string_view identity, zmq::message_t body) = 0;
     virtual int SendToClient(std::size_t address, std::string_view client, zmq::message_t body) = 0;

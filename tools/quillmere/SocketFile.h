@@ -1,0 +1,41 @@
+#pragma once
+
+#include "common/Descriptor.h"
+
+#include <string>
+#include <sys/types.h>
+#include <utility>
+
+namespace zeb::tolvo::desk
+{
+
+/// A listening Unix socket and its file, which takes nobody's place: a file that is no socket, or a socket where
+/// somebody answers, is left alone. One that was left behind is replaced. The file goes with its owner, unless
+/// somebody else's stands there by then.
+class SocketFile
+{
+public:
+    /// @throws std::exception that tells why nothing can listen at `path`.
+    explicit SocketFile(const std::string& path);
+    ~SocketFile();
+
+    SocketFile(const SocketFile&) = delete;
+    SocketFile& operator=(const SocketFile&) = delete;
+
+    /// @return whether the file is still where it was made.
+    bool IsThere() const { return Identify(mPath) == mFile; }
+
+    /// @return the listening descriptor, which is the caller's from now on.
+    int ReleaseDescriptor() { return mSocket.Release(); }
+
+private:
+    using FileId = std::pair<dev_t, ino_t>;
+
+    static FileId Identify(const std::string& path);
+
+    std::string mPath;
+    Descriptor mSocket;
+    FileId mFile;
+};
+
+} // namespace zeb::tolvo::desk
