@@ -1,12 +1,12 @@
 #include "quillmere/Lines.h"
 
 #include "common/Bytes.h"
+#include "quillmere/Outlet.h"
 
 #include <zebl/RootLogger.h>
 
 #include <cerrno>
 #include <cstddef>
-#include <system_error>
 #include <unistd.h>
 
 namespace zeb::tolvo::desk
@@ -17,9 +17,23 @@ namespace
 
 constexpr std::size_t kLongestShown = 255;
 
+Outlet& StandardOutput()
+{
+    static Outlet sOutlet(STDOUT_FILENO);
+    return sOutlet;
+}
+
+Outlet& StandardError()
+{
+    static Outlet sOutlet(STDERR_FILENO);
+    return sOutlet;
+}
+
+/// At the logger's level, but not by its `Print`, which waits for a reader.
 void PrintError(TolvoLogLevel level, const std::string& line)
 {
-    zebl::Log::RootLogger::GetInstance().Print(level, "tolvo-quillmere: %s", line.c_str());
+    if (static_cast<int>(level) > *zebl::Log::RootLogger::GetInstance().mLevel) return;
+    StandardError().Write("tolvo-quillmere: " + line + '\n');
 }
 
 } // namespace
@@ -45,18 +59,17 @@ void Warn(const std::string& line) { PrintError(TolvoLogLevel::Warning, line); }
 
 void Complain(const std::string& line) { PrintError(TolvoLogLevel::Error, line); }
 
-void Print(std::string_view lines)
+void StopWaitingForReaders()
 {
-    while (!lines.empty())
-    {
-        const ssize_t written = write(STDOUT_FILENO, lines.data(), lines.size());
-        if (written >= 0)
-            lines.remove_prefix(static_cast<std::size_t>(written));
-        else if (errno == EPIPE)
-            throw OutputClosed();
-        else if (errno != EINTR)
-            throw std::system_error(errno, std::generic_category(), "standard output");
-    }
+    StandardOutput().StopWaiting();
+    StandardError().StopWaiting();
+}
+
+int Print(std::string_view lines)
+{
+    const int error = StandardOutput().Write(lines);
+    if (error == EPIPE) throw OutputClosed();
+    return error;
 }
 
 } // namespace zeb::tolvo::desk

@@ -13,6 +13,10 @@ std::string Escape(std::string_view name);
 /// The same in quotes.
 std::string Quote(std::string_view name);
 
+/// From now on no reader of standard output or standard error can make this process wait for more than a moment: what
+/// can't be written is dropped and counted.
+void StopWaitingForReaders();
+
 /// Each writes one line to standard error.
 void Note(const std::string& line);
 void Warn(const std::string& line);
@@ -23,9 +27,9 @@ struct OutputClosed
 {
 };
 
-/// Writes to standard output, all at once.
+/// Writes whole lines to standard output.
+/// @return 0, or the error number when they were dropped.
 /// @throws OutputClosed
-/// @throws std::system_error
-void Print(std::string_view lines);
+int Print(std::string_view lines);
 
 } // namespace zeb::tolvo::desk

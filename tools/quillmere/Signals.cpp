@@ -20,7 +20,7 @@ Signals::Signals()
 {
     sigset_t signals;
     sigemptyset(&signals);
-    for (const int signal : {SIGINT, SIGTERM, SIGUSR1}) sigaddset(&signals, signal);
+    for (const int signal : {SIGHUP, SIGINT, SIGTERM, SIGUSR1}) sigaddset(&signals, signal);
     if (const int error = pthread_sigmask(SIG_BLOCK, &signals, nullptr)) Fail(error);
     mDescriptor = signalfd(-1, &signals, SFD_CLOEXEC);
     if (mDescriptor < 0) Fail(errno);

@@ -3,8 +3,8 @@
 namespace zeb::tolvo::desk
 {
 
-/// Turns SIGINT, SIGTERM and SIGUSR1 into a descriptor that is readable once one has come. Make it before any other
-/// thread, so that every thread leaves the signals to it.
+/// Turns SIGHUP, SIGINT, SIGTERM and SIGUSR1 into a descriptor that is readable once one has come; one that was ignored
+/// stays so. Make it before any other thread, so that every thread leaves the signals to it.
 class Signals
 {
 public:

@@ -1,16 +1,20 @@
 #include "common/CommandLine.h"
 #include "common/StandardDescriptors.h"
+#include "quillmere/Endpoint.h"
 #include "quillmere/Lines.h"
 #include "quillmere/RegistrationService.h"
 #include "quillmere/Report.h"
 #include "quillmere/Signals.h"
 
+#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <exception>
 #include <filesystem>
 #include <limits>
 #include <string>
+#include <sys/resource.h>
+#include <system_error>
 
 namespace
 {
@@ -29,16 +33,29 @@ struct Options
 
 void PrintPassage(const Passage& passage) { Print(TraceLine(passage, std::chrono::system_clock::now()) + '\n'); }
 
+/// ZeroMQ ends the process when a connection finds no descriptor left.
+void RaiseDescriptorLimit()
+{
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = limit.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &limit);
+}
+
 void Serve(const Options& options)
 {
     RequireStandardDescriptors();
+    StopWaitingForReaders();
+    RaiseDescriptorLimit();
     static_cast<void>(std::signal(SIGPIPE, SIG_IGN)); // a closed output must not leave sockets behind
     const Signals signals;
     zmq::context_t context;
+    context.set(zmq::ctxopt::max_sockets, context.get(zmq::ctxopt::socket_limit)); // one for each address
     RegistrationService service(context, options.servers, options.clients, std::chrono::milliseconds(options.quietMs),
                                 options.isTracing ? PrintPassage : Tracer());
-    Print("tolvo-quillmere: serving " + options.servers + ", clients in " +
-          std::filesystem::absolute(options.clients).native() + '\n');
+    const int error = Print("tolvo-quillmere: serving " + options.servers + ", clients in " +
+                            std::filesystem::absolute(options.clients).native() + '\n');
+    if (error != 0 && error != EAGAIN) throw std::system_error(error, std::generic_category(), "standard output");
     int signal = SIGUSR1;
     while (signal == SIGUSR1)
     {
@@ -59,6 +76,7 @@ int main(int argc, char** argv)
                  "tolvo-quillmere");
     app.add_option("--servers", options.servers, "ZeroMQ endpoint for the services, such as\nipc:///tmp/desk/servers")
         ->required()
+        ->check(FindEndpointFault)
         ->type_name("ENDPOINT");
     app.add_option("--clients", options.clients, "existing directory; address A is served at\nipc://DIRECTORY/A")
         ->required()
