@@ -10,10 +10,15 @@
 #include <array>
 #include <atomic>
 #include <csignal>
+#include <cstring>
+#include <fcntl.h>
 #include <fstream>
 #include <future>
 #include <poll.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -46,9 +51,22 @@ protected:
                   option, nullptr);
             _exit(127);
         }
-        close(ends[1]);
         output = ends[0];
         EXPECT_TRUE(AwaitLine("serving " + servers));
+        EXPECT_EQ(fcntl(ends[1], F_GETFL) & O_NONBLOCK, 0) << "others who write there are not disturbed";
+        close(ends[1]);
+    }
+
+    /// Runs another one to its end.
+    /// @return its exit code and what it wrote.
+    static std::string Run(const std::string& options)
+    {
+        // A root without the right to write everywhere.
+        const std::string command = geteuid() == 0 ? "setpriv --bounding-set=-dac_override " : "";
+        FILE* const other = popen((command + "timeout 9 " TOLVO_QUILLMERE " " + options + " 2>&1").c_str(), "r");
+        std::string text(4096, '\0');
+        text.resize(fread(text.data(), 1, text.size(), other));
+        return std::to_string(WEXITSTATUS(pclose(other))) + ": " + text;
     }
 
     bool AwaitLine(const std::string& text)
@@ -90,6 +108,17 @@ protected:
         const auto client = factory.CreateZmqClientConnector(folder.Endpoint(address), operatingMode);
         EXPECT_EQ(client->SendRequest(Bytes(body), reply, kPatience), StatusCode::Success);
         EXPECT_TRUE(Text(reply) == body) << body.size() << " bytes to " << address;
+    }
+
+    /// @return a connection that says nothing, -1 when there is none.
+    int ConnectPlainly(const std::string& name)
+    {
+        sockaddr_un address{AF_UNIX, {}};
+        folder.Path(name).copy(address.sun_path, sizeof address.sun_path - 1);
+        const int connection = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        if (connect(connection, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0) return connection;
+        close(connection);
+        return -1;
     }
 
     /// Connects as a server would; the connection once lost stays lost.
@@ -136,6 +165,101 @@ TEST_F(Quillmere, ServiceReplacesItsLingeringConnectionAndComesBackAfterAKill)
     ExpectEcho("status", "back");
     EXPECT_EQ(End(SIGTERM), 0);
     EXPECT_TRUE(std::filesystem::is_empty(addresses));
+}
+
+TEST_F(Quillmere, UnusableOptionsEndItAtOnceAndTakeNothingFromALiveOne)
+{
+    Serve("service", "status", ipc::ServerType::OnePriority);
+    const std::string locked = folder.Path("locked");
+    std::filesystem::create_directory(locked);
+    std::filesystem::permissions(locked, std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec);
+    const auto with = [&](const std::string& endpoint) { return "--clients " + addresses + " --servers " + endpoint; };
+    for (const auto& [options, code, line] : {
+             std::tuple(with(servers), "1: ", "somebody answers there"),
+             std::tuple(with("inproc://servers"), "2: ", "neither ipc://PATH nor tcp://ADDRESS:PORT"),
+             std::tuple(with("ipc://"), "2: ", "neither ipc://PATH"),
+             std::tuple(with("tcp://127.0.0.1:65536"), "2: ", "no port from 1 to 65535"),
+             std::tuple(with("tcp://127.0.0.1:0"), "2: ", "no port from 1 to 65535"),
+             std::tuple(with("tcp://127.0.0.1:5x"), "2: ", "no port from 1 to 65535"),
+             std::tuple(with(folder.Endpoint("other")) + " --tarce", "2: ", "--tarce"),
+             std::tuple("--clients . --server "s + servers, "2: ", "not expected: --server\n"),
+             std::tuple("--clients " + locked + " --servers " + folder.Endpoint("other"), "1: ", "Permission denied"),
+         })
+    {
+        const std::string outcome = Run(options);
+        EXPECT_EQ(outcome.substr(0, 3), code) << options;
+        EXPECT_NE(outcome.find(line), std::string::npos) << outcome;
+    }
+    EXPECT_FALSE(std::filesystem::exists(folder.Path("other")));
+    ExpectEcho("status", "going on");
+}
+
+TEST_F(Quillmere, PausedReaderOfItsOutputStopsNobody)
+{
+    constexpr int kMoreThanAPipeHolds = 1000;
+    Serve("service", "status", ipc::ServerType::OnePriority);
+    const auto client = factory.CreateZmqClientConnector(folder.Endpoint("status"), operatingMode);
+    const auto fill = [&] {
+        ByteVector reply;
+        for (int request = 0; request < kMoreThanAPipeHolds; ++request)
+            ASSERT_EQ(client->SendRequest(Bytes("x"), reply, kPatience), StatusCode::Success) << request;
+    };
+    fill();
+    EXPECT_TRUE(AwaitLine(" <- ") && AwaitLine(" -> "));
+    kill(process, SIGUSR1);
+    EXPECT_TRUE(AwaitLine("lines could not be written") && AwaitLine("  1000     1000       0       0 "));
+    fill();
+    const int unread = std::exchange(output, -1);
+    EXPECT_EQ(End(SIGHUP), 0);
+    EXPECT_TRUE(std::filesystem::is_empty(addresses));
+    close(unread);
+}
+
+TEST_F(Quillmere, ThousandsOfConnectionsWithinTheHardLimit)
+{
+    constexpr rlim_t kConnections = 3000;
+    constexpr rlim_t kOthers = 200;
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    if (limit.rlim_max < kConnections + kOthers) GTEST_SKIP() << "only " << limit.rlim_max << " descriptors allowed";
+    End(SIGTERM);
+    const rlimit few{kOthers, limit.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &few);
+    Start();
+    limit.rlim_cur = kConnections + kOthers;
+    setrlimit(RLIMIT_NOFILE, &limit);
+    Serve("service", "status", ipc::ServerType::OnePriority);
+
+    std::vector<int> idle;
+    while (idle.size() < kConnections) idle.push_back(ConnectPlainly("status"));
+    EXPECT_EQ(std::count(idle.begin(), idle.end(), -1), 0);
+    ExpectEcho("status", "going on");
+    for (const int connection : idle) close(connection);
+    EXPECT_EQ(End(SIGTERM), 0);
+}
+
+TEST_F(Quillmere, RemovedSocketsAreBoundAgain)
+{
+    ConnectBare("service");
+    const auto awaitRegistration = [&] {
+        bareServer.send(zmq::buffer(Registration("status")));
+        EXPECT_TRUE(AwaitLine("registered as"));
+    };
+    awaitRegistration();
+    std::filesystem::remove_all(addresses);
+    std::filesystem::create_directory(addresses);
+    awaitRegistration(); // by the connection that stands
+    for (const char* name : {"status", "servers"}) EXPECT_NE(close(ConnectPlainly(name)), -1) << name;
+
+    std::filesystem::remove(folder.Path("servers"));
+    kill(process, SIGUSR1);
+    Serve("service", "status", ipc::ServerType::OnePriority);
+    ExpectEcho("status", "bound again");
+
+    std::filesystem::remove(folder.Path("status"));
+    std::ofstream(folder.Path("status")) << "somebody else's";
+    EXPECT_EQ(End(SIGTERM), 0);
+    EXPECT_TRUE(std::filesystem::exists(folder.Path("status")));
 }
 
 TEST_F(Quillmere, EchoedRegistrationCostsOnlyTheWaitingRequests)
@@ -203,6 +327,7 @@ TEST_F(Quillmere, RefusedRegistrationsHarmNothing)
 {
     Serve("service", "status", ipc::ServerType::OnePriority);
     std::ofstream(folder.Path("file")) << "precious";
+    const Peer other(context, zmq::socket_type::router, folder.Endpoint("taken"));
     ConnectBare("bad");
     for (const auto& [frame, line] : {
              std::pair("hello"s, "no JSON object of type register"),
@@ -211,7 +336,8 @@ TEST_F(Quillmere, RefusedRegistrationsHarmNothing)
              std::pair(Registration("../up"), "slash"),
              std::pair(Registration(std::string(108, 'x')), "too long for a socket path"),
              std::pair(Registration("file"), "exists and is no socket"),
-             std::pair(Registration("servers"), "the servers' endpoint"),
+             std::pair(Registration("servers"), "somebody answers there"),
+             std::pair(Registration("taken"), "somebody answers there"),
          })
     {
         bareServer.send(zmq::buffer(frame));
