@@ -6,4 +6,4 @@ source "$(dirname "${BASH_SOURCE[0]}")/lib/common.sh"
 scripts/setup.sh armv7
 scripts/lib/armv7-sysroot.sh
 scripts/build.sh armv7
-ctest --preset armv7 --progress
+RunTests armv7

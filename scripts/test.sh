@@ -5,5 +5,5 @@ source "$(dirname "${BASH_SOURCE[0]}")/lib/common.sh"
 scripts/setup.sh test
 for preset in dev asan; do
     scripts/build.sh "$preset"
-    ctest --preset "$preset" --progress
+    RunTests "$preset"
 done

@@ -5,4 +5,4 @@ source "$(dirname "${BASH_SOURCE[0]}")/../lib/common.sh"
 scripts/setup.sh test
 scripts/lib/tsan-libzmq.sh
 scripts/build.sh tsan
-ctest --preset tsan --progress
+RunTests tsan

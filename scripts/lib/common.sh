@@ -3,10 +3,10 @@
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/../.."
 
-Fail()
+Fail() # TEXT [EXIT-CODE]
 {
     printf '%s: %s\n' "$(basename "$0" .sh)" "$1" >&2
-    exit 1
+    exit "${2:-1}"
 }
 
 # Runs a command; what it prints is shown only when it fails.
@@ -19,6 +19,34 @@ Quietly()
     }
 }
 
+# RunTests PRESET: also says why a test was skipped.
+RunTests()
+{
+    ctest --preset "$1" --progress
+    grep ': skipped: ' "build/$1/Testing/Temporary/LastTest.log" || true
+}
+
+# Await DESCRIPTOR PATTERN: reads up to a line that matches.
+Await()
+{
+    local line seen=
+    while read -r -t 20 line <&"$1"; do
+        [[ ! $line =~ $2 ]] || return 0
+        seen+=$line$'\n'
+    done
+    Fail "no line with $2, but: $seen"
+}
+
+# Launch PATTERN COMMAND...: starts it in the background and awaits a line of its output, which goes on at $output.
+Launch()
+{
+    mkfifo "$work/pipe"
+    "${@:2}" >"$work/pipe" 2>&1 &
+    exec {output}<"$work/pipe"
+    rm "$work/pipe"
+    Await "$output" "$1"
+}
+
 # Makes the folder $work. At the end, also after a signal, it goes away with whatever still runs in the background.
 MakeWorkFolder()
 {
@@ -29,7 +57,10 @@ MakeWorkFolder()
 CleanUp()
 {
     local process
-    for process in $(jobs -pr); do kill "$process" 2>/dev/null || true; done # "timeout" passes it on
+    for process in $(jobs -p); do
+        kill -TERM "$process" 2>/dev/null || true # "timeout" passes it on
+        kill -CONT "$process" 2>/dev/null || true
+    done
     wait
     rm -rf "$work"
 }

@@ -3,7 +3,10 @@
 #include <ipc/Version.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <iostream>
 #include <string>
+#include <system_error>
 #include <vector>
 
 namespace zeb::tolvo::desk
@@ -32,7 +35,10 @@ std::optional<int> ParseCommandLine(CLI::App& app, int argc, const char* const* 
     }
     catch (const CLI::ParseError& end)
     {
-        return app.exit(end) == 0 ? 0 : kExitBadUsage;
+        if (app.exit(end) != 0) return kExitBadUsage;
+        if (std::cout.flush()) return 0;
+        std::cerr << app.get_name() + ": standard output: " + std::generic_category().message(errno) + '\n';
+        return kExitFailure;
     }
     return std::nullopt;
 }

@@ -4,6 +4,10 @@
 #include <ipc/ZmqConnectorFactory.h>
 #include <ipc/convenience/WaitingAllowed.h>
 
+#include <zmq.hpp>
+
+#include <utility>
+
 namespace zeb::tolvo::desk
 {
 
@@ -34,9 +38,11 @@ private:
 class InterruptibleCaller : public Caller
 {
 public:
-    InterruptibleCaller(zmq::context_t& context, const std::string& endpoint, const std::string& interruptEndpoint,
-                        int timeoutMs)
-        : mConnector(context.handle(), endpoint, interruptEndpoint), mTimeoutMs(timeoutMs)
+    InterruptibleCaller(std::shared_ptr<zmq::context_t> context, const std::string& endpoint,
+                        const std::string& interruptEndpoint, int timeoutMs)
+        : mContext(std::move(context)),
+          mConnector(mContext->handle(), endpoint, interruptEndpoint),
+          mTimeoutMs(timeoutMs)
     {
     }
 
@@ -46,25 +52,21 @@ public:
     }
 
 private:
+    std::shared_ptr<zmq::context_t> mContext; // ends after the connector
     ipc::ZmqClientDealerConnector mConnector;
     int mTimeoutMs;
 };
 
 } // namespace
 
-CallerMaker::CallerMaker(const std::string& endpoint, int timeoutMs,
-                         const std::optional<std::string>& interruptEndpoint)
-    : mEndpoint(endpoint), mTimeoutMs(timeoutMs), mInterruptEndpoint(interruptEndpoint)
+CallerMaker MakeCallerMaker(const std::string& endpoint, int timeoutMs,
+                            const std::optional<std::string>& interruptEndpoint)
 {
-    if (!mInterruptEndpoint) return;
-    mContext.emplace();
-    mContext->set(zmq::ctxopt::blocky, false); // its end waits for no request that nobody took
-}
+    if (!interruptEndpoint) return [=] { return std::make_unique<KeepingCaller>(endpoint, timeoutMs); };
 
-std::unique_ptr<Caller> CallerMaker::Make()
-{
-    if (!mInterruptEndpoint) return std::make_unique<KeepingCaller>(mEndpoint, mTimeoutMs);
-    return std::make_unique<InterruptibleCaller>(*mContext, mEndpoint, *mInterruptEndpoint, mTimeoutMs);
+    const auto context = std::make_shared<zmq::context_t>();
+    context->set(zmq::ctxopt::blocky, false); // its end waits for no request that nobody took
+    return [=] { return std::make_unique<InterruptibleCaller>(context, endpoint, *interruptEndpoint, timeoutMs); };
 }
 
 } // namespace zeb::tolvo::desk

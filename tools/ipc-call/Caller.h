@@ -4,8 +4,7 @@
 
 #include <tolvo/StatusCode.h>
 
-#include <zmq.hpp>
-
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -27,20 +26,11 @@ public:
     virtual StatusCode Call(const ipc::ByteVector& request, ipc::ByteVector& reply) = 0;
 };
 
-/// Makes the callers of one service, each with a connector of its own. It outlives them.
-class CallerMaker
-{
-public:
-    /// @param interruptEndpoint where messages end the waits; without it nothing does.
-    CallerMaker(const std::string& endpoint, int timeoutMs, const std::optional<std::string>& interruptEndpoint);
+/// Makes the callers of one service, each with a connector of its own.
+using CallerMaker = std::function<std::unique_ptr<Caller>()>;
 
-    std::unique_ptr<Caller> Make();
-
-private:
-    std::string mEndpoint;
-    int mTimeoutMs;
-    std::optional<std::string> mInterruptEndpoint;
-    std::optional<zmq::context_t> mContext; // of the interruptible callers
-};
+/// @param interruptEndpoint where messages end the waits; without it nothing does.
+CallerMaker MakeCallerMaker(const std::string& endpoint, int timeoutMs,
+                            const std::optional<std::string>& interruptEndpoint);
 
 } // namespace zeb::tolvo::desk

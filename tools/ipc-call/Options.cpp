@@ -39,6 +39,15 @@ CLI::callback_t LevelReader(TolvoLogLevel& level)
     };
 }
 
+/// @return the fault of an endpoint that no service can have, or an empty text.
+std::string EndpointFault(const std::string& text)
+{
+    if (text.find("://") == std::string::npos)
+        return '"' + text + "\" is no endpoint, which looks like ipc:///tmp/desk/clients/status";
+    if (text.find("inproc://") == 0) return "inproc:// reaches only this process itself";
+    return {};
+}
+
 } // namespace
 
 std::optional<int> ReadOptions(int argc, const char* const* argv, Options& options)
@@ -48,6 +57,7 @@ std::optional<int> ReadOptions(int argc, const char* const* argv, Options& optio
                  "tolvo-ipc-call");
     app.add_option("ENDPOINT", options.endpoint, "ZeroMQ endpoint, such as\nipc:///tmp/desk/clients/status")
         ->required()
+        ->check(EndpointFault)
         ->type_name("");
     app.add_option("--timeout", options.timeoutMs, "how long to wait for each reply;\n-1 waits without limit")
         ->check(CLI::Range(-1, std::numeric_limits<int>::max()))
@@ -75,6 +85,7 @@ std::optional<int> ReadOptions(int argc, const char* const* argv, Options& optio
                    "use a client whose wait ends when a message is\n"
                    "published at ENDPOINT; it makes fresh sockets for\n"
                    "each request")
+        ->check(EndpointFault)
         ->type_name("ENDPOINT");
     app.add_option("--log", LevelReader(options.logLevel),
                    "how much the library says on standard error:\n"

@@ -8,29 +8,28 @@
 namespace zeb::tolvo::desk
 {
 
-RepeatedCalls::RepeatedCalls(CallerMaker& maker, std::vector<ipc::ByteVector> requests, std::uint64_t repeat,
+RepeatedCalls::RepeatedCalls(const CallerMaker& maker, std::vector<ipc::ByteVector> requests, std::uint64_t repeat,
                              unsigned int parallel)
     : mRequests(std::move(requests)),
       mWanted(mRequests.size() * repeat),
       mRunning(static_cast<std::size_t>(std::min<std::uint64_t>(mWanted, parallel)))
 {
+    std::size_t missing = mRunning;
     try
     {
-        for (std::size_t missing = mRunning; missing > 0; --missing)
-            mThreads.emplace_back([this, caller = maker.Make()] { RunCaller(*caller); });
+        for (; missing > 0; --missing) mThreads.emplace_back([this, caller = maker()] { RunCaller(*caller); });
     }
     catch (...)
     {
-        Stop();
-        Join();
-        throw;
+        Fail();
+        EndCallers(missing);
     }
 }
 
 RepeatedCalls::~RepeatedCalls()
 {
     Stop();
-    Join();
+    for (std::thread& thread : mThreads) thread.join();
 }
 
 Counts RepeatedCalls::GetCounts() const
@@ -42,13 +41,13 @@ Counts RepeatedCalls::GetCounts() const
 Statistics RepeatedCalls::GetStatistics() const
 {
     const std::lock_guard lock(mMutex);
-    if (mFailure) std::rethrow_exception(mFailure);
     return mStatistics;
 }
 
-void RepeatedCalls::Join()
+void RepeatedCalls::RethrowFailure() const
 {
-    for (std::thread& thread : mThreads) thread.join();
+    const std::lock_guard lock(mMutex);
+    if (mFailure) std::rethrow_exception(mFailure);
 }
 
 void RepeatedCalls::RunCaller(Caller& caller)
@@ -59,11 +58,21 @@ void RepeatedCalls::RunCaller(Caller& caller)
     }
     catch (...)
     {
-        Stop();
-        const std::lock_guard lock(mMutex);
-        mFailure = std::current_exception();
+        Fail();
     }
-    if (--mRunning == 0) kill(getpid(), kEndSignal);
+    EndCallers(1);
+}
+
+void RepeatedCalls::Fail()
+{
+    Stop();
+    const std::lock_guard lock(mMutex);
+    mFailure = std::current_exception();
+}
+
+void RepeatedCalls::EndCallers(std::size_t count)
+{
+    if ((mRunning -= count) == 0) kill(getpid(), kEndSignal);
 }
 
 void RepeatedCalls::CallUntilDone(Caller& caller)

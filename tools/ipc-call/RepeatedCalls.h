@@ -26,8 +26,8 @@ public:
     /// Starts as many callers as there is work for.
     /// @param requests sent in turn, the first one again after the last.
     /// @param repeat how often each is sent.
-    /// @throws std::system_error when a thread can't be created.
-    RepeatedCalls(CallerMaker& maker, std::vector<ipc::ByteVector> requests, std::uint64_t repeat,
+    /// What is thrown meanwhile ends the run as what a caller throws.
+    RepeatedCalls(const CallerMaker& maker, std::vector<ipc::ByteVector> requests, std::uint64_t repeat,
                   unsigned int parallel);
 
     /// Waits for the requests that are under way; no other is sent.
@@ -44,15 +44,18 @@ public:
 
     Counts GetCounts() const;
 
-    /// Throws what a caller has thrown.
     Statistics GetStatistics() const;
+
+    /// Throws what a caller has thrown, if one has. No request was begun since.
+    void RethrowFailure() const;
 
 private:
     void Stop() { mNext = mWanted; }
 
-    void Join();
     void RunCaller(Caller& caller);
     void CallUntilDone(Caller& caller);
+    void Fail(); // keeps the exception that is being handled
+    void EndCallers(std::size_t count);
 
     std::vector<ipc::ByteVector> mRequests;
     std::uint64_t mWanted;

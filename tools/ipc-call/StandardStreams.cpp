@@ -29,8 +29,12 @@ ipc::ByteVector ReadAll()
     ipc::ByteVector bytes;
     constexpr std::size_t kChunk = 65'536;
     std::array<unsigned char, kChunk> chunk; // NOLINT(cppcoreguidelines-pro-type-member-init): fread fills it
-    while (const std::size_t size = std::fread(chunk.data(), 1, chunk.size(), stdin))
+    std::size_t size = chunk.size();
+    while (size == chunk.size()) // a terminal would be read again after its end
+    {
+        size = std::fread(chunk.data(), 1, chunk.size(), stdin);
         bytes.insert(bytes.end(), chunk.data(), chunk.data() + size);
+    }
     ThrowUnless(std::ferror(stdin) == 0, "standard input");
     return bytes;
 }

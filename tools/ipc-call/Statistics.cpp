@@ -1,7 +1,5 @@
 #include "ipc-call/Statistics.h"
 
-#include "ipc-call/FailureText.h"
-
 #include <cmath>
 #include <iomanip>
 #include <sstream>
@@ -34,7 +32,8 @@ void Statistics::Add(StatusCode status, Duration time)
     ++mFailed;
 }
 
-std::string Statistics::Summary(std::uint64_t wanted, Duration elapsed, int timeoutMs) const
+std::string Statistics::Summary(std::uint64_t wanted, Duration elapsed,
+                                const std::function<std::string(StatusCode)>& explain) const
 {
     const std::uint64_t ended = GetCounts().Ended();
     std::ostringstream text;
@@ -48,8 +47,7 @@ std::string Statistics::Summary(std::uint64_t wanted, Duration elapsed, int time
     text << " in " << std::fixed << std::setprecision(3) << Seconds(elapsed) << " s, " << PerSecond(ended, elapsed)
          << " per second\n";
     row("answered") << mAnswerTimes.Count() << '\n';
-    for (const auto& [status, count] : mFailures)
-        row("failed") << count << ": " << FailureText(status, timeoutMs) << '\n';
+    for (const auto& [status, count] : mFailures) row("failed") << count << ": " << explain(status) << '\n';
     if (mAnswerTimes.Count() > 0)
     {
         constexpr double kMedian = 0.5;

@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <string>
 
@@ -34,10 +35,11 @@ public:
 
     /// @param wanted number of requests that were to be sent.
     /// @param elapsed time of the whole run.
-    /// @param timeoutMs that of each request.
+    /// @param explain says why requests have failed with a status.
     /// @return lines that each begin with a word: requests, answered, failed once for each status, then median, 99% and
     /// worst unless nothing was answered.
-    std::string Summary(std::uint64_t wanted, Duration elapsed, int timeoutMs) const;
+    std::string Summary(std::uint64_t wanted, Duration elapsed,
+                        const std::function<std::string(StatusCode)>& explain) const;
 
 private:
     AnswerTimes mAnswerTimes;

@@ -1,5 +1,6 @@
 #include "ipc-call/SummedRun.h"
 
+#include "ipc-call/Diagnosis.h"
 #include "ipc-call/Progress.h"
 #include "ipc-call/RepeatedCalls.h"
 #include "ipc-call/StandardStreams.h"
@@ -51,9 +52,20 @@ void EndBy(int signal)
     pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
 }
 
+/// Ends the process by the signal that ended the wait, at once, whatever the callers wait for.
+struct OrderlyEnd
+{
+    const int signal;
+
+    ~OrderlyEnd()
+    {
+        if (signal != 0) EndBy(signal);
+    }
+};
+
 } // namespace
 
-bool RunSummed(CallerMaker& maker, std::vector<ipc::ByteVector> requests, const Options& options)
+bool RunSummed(const CallerMaker& maker, std::vector<ipc::ByteVector> requests, const Options& options)
 {
     const sigset_t signals = WatchedSignals();
     pthread_sigmask(SIG_BLOCK, &signals, nullptr); // in the callers' and ZeroMQ's threads as well
@@ -62,13 +74,15 @@ bool RunSummed(CallerMaker& maker, std::vector<ipc::ByteVector> requests, const 
     Progress progress(options.logLevel <= TolvoLogLevel::Critical);
     const auto start = Clock::now();
     const RepeatedCalls calls(maker, std::move(requests), options.repeat.value_or(1), options.parallel.value_or(1));
-    const int signal = Watch(calls, start, progress);
+    const OrderlyEnd end{Watch(calls, start, progress)};
 
     const auto elapsed = Clock::now() - start;
+    if (end.signal == 0) calls.RethrowFailure();
     const Statistics statistics = calls.GetStatistics();
     progress.Clear();
-    Write(statistics.Summary(calls.Wanted(), elapsed, options.timeoutMs));
-    if (signal != 0) EndBy(signal); // at once, whatever the callers wait for
+    Write(statistics.Summary(calls.Wanted(), elapsed, [&options](StatusCode status) {
+        return Diagnosis(status, options.timeoutMs, options.endpoint);
+    }));
     return statistics.GetCounts().answered == calls.Wanted();
 }
 

@@ -1,6 +1,7 @@
 #include "common/CommandLine.h"
 #include "common/StandardDescriptors.h"
 #include "ipc-call/Caller.h"
+#include "ipc-call/Diagnosis.h"
 #include "ipc-call/FailureText.h"
 #include "ipc-call/HexText.h"
 #include "ipc-call/Options.h"
@@ -35,25 +36,29 @@ void WriteReply(ByteVector reply, const Options& options)
     }
 }
 
-/// @return whether the request was answered.
-bool Exchange(Caller& caller, const ByteVector& request, const Options& options)
+/// Writes the reply, or says why there is none.
+/// @param last how the request before it ended: what was found after a time-out still holds after the next one.
+StatusCode Exchange(Caller& caller, const ByteVector& request, const Options& options, StatusCode last)
 {
     ByteVector reply;
     const StatusCode status = caller.Call(request, reply);
     if (status == StatusCode::Success)
         WriteReply(std::move(reply), options);
     else
-        Complain("the request failed: " + FailureText(status, options.timeoutMs));
-    return status == StatusCode::Success;
+        Complain("the request failed: " + (status == last ? FailureText(status, options.timeoutMs)
+                                                          : Diagnosis(status, options.timeoutMs, options.endpoint)));
+    return status;
 }
 
 /// @return whether every line was answered.
 bool ExchangeLines(Caller& caller, const Options& options)
 {
     bool isAllAnswered = true;
+    StatusCode last = StatusCode::Success;
     for (ByteVector line; ReadLine(line);)
     {
-        if (!Exchange(caller, line, options)) isAllAnswered = false;
+        last = Exchange(caller, line, options, last);
+        if (last != StatusCode::Success) isAllAnswered = false;
     }
     return isAllAnswered;
 }
@@ -70,10 +75,11 @@ std::vector<ByteVector> ReadRequests(bool isByLine)
 bool Run(const Options& options)
 {
     RequireStandardDescriptors();
-    CallerMaker maker(options.endpoint, options.timeoutMs, options.interruptEndpoint);
+    const CallerMaker maker = MakeCallerMaker(options.endpoint, options.timeoutMs, options.interruptEndpoint);
     if (options.IsSummed()) return RunSummed(maker, ReadRequests(options.isByLine), options);
-    const auto caller = maker.Make();
-    return options.isByLine ? ExchangeLines(*caller, options) : Exchange(*caller, ReadAll(), options);
+    const auto caller = maker();
+    if (options.isByLine) return ExchangeLines(*caller, options);
+    return Exchange(*caller, ReadAll(), options, StatusCode::Success) == StatusCode::Success;
 }
 
 } // namespace

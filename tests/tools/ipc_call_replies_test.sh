@@ -1,0 +1,48 @@
+#!/usr/bin/env bash
+# tolvo-ipc-call writes the replies to its input, or sums them up.
+source "$(dirname "${BASH_SOURCE[0]}")/../support/desk.sh"
+
+StartDesk
+Expect 0 "$uptime" '' "$call" "$status" < <(printf uptime)
+Expect 0 "$unknown" '' "$call" "$status" < <(printf 'uptime\n')
+Expect 0 "$unknown" '' "$call" "$status" < <(printf 'uptime\0')
+Expect 0 "$unknown" '' "$call" "$status" </dev/null
+Expect 0 "$uptime"$'\n\n'"$unknown"$'\n\n'"$uptime" '' "$call" --lines "$status" < <(printf 'uptime\n\nuptime')
+Expect 0 '' '' "$call" --lines "$status" </dev/null
+Expect 0 '([0-9a-f]{2} )+0a  \|'"$uptime"'\.\|' '' "$call" --hex "$status" < <(printf uptime)
+Expect 0 '75 6e 6b [0-9a-f ]+  \|'"$unknown"'\.\|'$'\n''([23][0-9e] )+0a  \|'"$uptime"'\.\|' '' \
+    "$call" --hex --lines "$status" < <(printf '\nuptime')
+Expect 0 "$uptime" '' "$call" --interrupt "ipc://$work/interrupts" "$status" < <(printf uptime)
+
+ms='[0-9]+\.[0-9]{3} ms'
+times=("median +$ms" "99% +$ms" "worst +$ms")
+Expect 0 "$(Sum "50 $few" 50 "${times[@]}")" '' "$call" --repeat 50 "$status" < <(printf uptime)
+Expect 0 "$(Sum "500 $few" 500 "${times[@]}")" '' "$call" --repeat 500 --parallel 8 "$status" < <(printf uptime)
+Expect 0 "$(Sum "6 $few" 6 "${times[@]}")" '' "$call" --lines --repeat 2 "$status" < <(printf 'uptime\n\nuptime')
+Expect 0 "$(Sum "3 $few" 3 "${times[@]}")" '' "$call" --lines --parallel 5 "$status" < <(printf 'uptime\n\nuptime')
+Expect 0 "$(Sum "0 $few" 0)" '' "$call" --lines --parallel 5 "$status" </dev/null
+
+# A reply that comes late is not taken for the next line's.
+mkfifo "$work"/{requests,replies,complaints}
+"$call" --lines --timeout 1000 "$status" <"$work/requests" >"$work/replies" 2>"$work/complaints" &
+exec 4>"$work/requests" 5<"$work/replies" 6<"$work/complaints"
+kill -STOP "$service_id"
+echo meminfo >&4
+Await 6 "no reply within 1000 ms: somebody listens at $work/device-status, but the service did not answer "
+kill -CONT "$service_id"
+echo uptime >&4
+Await 5 "^$uptime$"
+exec 4>&-
+Expect 1 '' '' wait $!
+
+# A reader that has gone ends it by SIGPIPE, without a word.
+mkfifo "$work/closed"
+exec 8<>"$work/closed"
+exec 9>"$work/closed" 8<&-
+ToNobody() { "$call" "$@" >&9; }
+Expect 141 '' '' ToNobody --lines "$status" < <(printf 'uptime\nuptime\n')
+Expect 141 '' '' ToNobody --repeat 10 --parallel 2 "$status" < <(printf uptime)
+exec 9>&-
+
+kill -INT "$service_id"
+Expect 0 '' '' wait "$service_id"

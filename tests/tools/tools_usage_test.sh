@@ -1,0 +1,29 @@
+#!/usr/bin/env bash
+# What the tools refuse, and what they say of themselves.
+source "$(dirname "${BASH_SOURCE[0]}")/../support/desk.sh"
+
+Expect 2 '' "${said}ENDPOINT is required.*" "$call"
+Expect 2 '' "${said}.*more.*" "$call" "$status" more
+Expect 2 '' "${said}.*soon.*" "$call" --timeout soon "$status"
+Expect 2 '' "${said}.*-2.*" "$call" --timeout -2 "$status"
+Expect 2 '' "${said}--repeat: .* 0 .*" "$call" --repeat 0 "$status"
+Expect 2 '' "${said}--parallel: .* 101 .*" "$call" --repeat 2 --parallel 101 "$status"
+Expect 2 '' "${said}--parallel: .*--repeat or --lines.*" "$call" --parallel 2 "$status"
+Expect 2 '' "${said}--hex excludes --repeat.*" "$call" --hex --repeat 2 "$status"
+Expect 2 '' "${said}--hex excludes --parallel.*" "$call" --lines --hex --parallel 2 "$status"
+Expect 2 '' "${said}--log: \"loud\" is no level: .*" "$call" --log loud "$status"
+Expect 2 '' "${said}--log: \"8\" is no level: .*" "$call" --log 8 "$status"
+Expect 2 '' "${said}ENDPOINT: \"greeter\" is no endpoint.* ipc:///.*" "$call" greeter
+Expect 2 '' "${said}--interrupt: inproc:// .*" "$call" --interrupt inproc://stop "$status"
+
+WithoutOutput() { "$@" >&-; }
+ToFullDisk() { "$@" >/dev/full; }
+Expect 1 '' "${said}standard output: Bad file descriptor" WithoutOutput "$call" "$status" </dev/null
+for tool in "$call" "$quillmere"; do
+    name=$(basename "$tool" .sh)
+    Expect 0 "$name [0-9]+\.[0-9]+\.[0-9]+" '' "$tool" --version
+    Expect 0 '.*--version.*' '' "$tool" --help
+    Expect 1 '' "$name: standard output: No space left on device" ToFullDisk "$tool" --help
+done
+Expect 0 '' '' bash -c "set -o pipefail; '$quillmere' --servers 'ipc://$work/other' --clients '$work' | true"
+[[ ! -e $work/other ]] || Fail "a closed output leaves a socket behind"
