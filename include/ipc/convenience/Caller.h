@@ -25,8 +25,8 @@ public:
     /// @param endpoint ZeroMQ endpoint of the service.
     explicit Caller(std::string endpoint) : mEndpoint(std::move(endpoint)) {}
 
-    /// Sends a request and waits for the reply, `timeout` at most. A request that ends otherwise than by its reply may
-    /// still be carried out: up to 2 s later when nobody has taken it yet.
+    /// Sends a request and waits for the reply, `timeout` at most. A request that was not answered may still be carried
+    /// out, also later.
     /// @param request copied once, into ZeroMQ's message; may be empty.
     /// @param timeout any duration.
     /// @return the reply, or the status of `ZmqClientConnector::SendRequest` that tells why there is none. Among them
