@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <functional>
 #include <memory>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -27,7 +28,7 @@ enum class Clock
     ManualOnce, ///< so, and one iteration is a measurement
 };
 
-/// Cases that share one set of servers, clients and peers for each way.
+/// Cases that share one set of servers, clients and peers for each side.
 struct Group
 {
     std::string name;
@@ -36,45 +37,52 @@ struct Group
     Clock clock;
 };
 
-/// Runs every case whose name matches `pattern`: in each round first one way, then the next, then the third, and the
-/// first moves on by one from round to round. Writes Google Benchmark's JSON to standard output.
-/// @param share of the groups' rounds
-void RunComparisons(const std::string& pattern, double share);
+struct Choice
+{
+    std::regex cases;
+    double share; ///< of each group's rounds
+};
 
-void AddBenchmark(const Group& group, const std::string& label, const std::string& way,
-                  const std::function<void(benchmark::State&)>& run, const std::function<void()>& release);
+struct Side
+{
+    std::string name;
+    std::function<void(benchmark::State&, const Parameters&)> run;
+    std::function<void()> release;
+};
 
 template <typename Bench, typename... Arguments>
-void AddWay(const Group& group, const std::vector<Parameters>& cases, const std::string& way, Arguments... arguments)
+Side MakeSide(const std::string& name, const Arguments&... arguments)
 {
     const auto bench = std::make_shared<std::unique_ptr<Bench>>(); // made when it is first needed
-    for (const Parameters& parameters : cases)
-    {
-        const auto run = [=](benchmark::State& state) {
-            if (*bench == nullptr) *bench = std::make_unique<Bench>(arguments...);
-            (*bench)->Run(state, parameters);
-        };
-        AddBenchmark(group, parameters.label, way, run, [=] { bench->reset(); });
-    }
+    return {name,
+            [=](benchmark::State& state, const Parameters& parameters) {
+                if (*bench == nullptr) bench->reset(new Bench{arguments...});
+                (*bench)->Run(state, parameters);
+            },
+            [=] { bench->reset(); }};
 }
 
-/// Adds the cases of one group. Plain ZeroMQ runs twice, on sockets of its own each time: how far its two results lie
+/// Runs the chosen cases: in each round first one side, then the next, then the third, and the first moves on by one
+/// from round to round. Writes a line for each run: case and side, nanoseconds, counters.
+void RunGroup(const Choice& choice, const Group& group, const std::vector<Parameters>& cases,
+              const std::vector<Side>& sides);
+
+/// Runs the cases of one group. Plain ZeroMQ runs twice, on sockets of its own each time: how far its two results lie
 /// apart shows what a difference between plain ZeroMQ and the library may mean.
-/// @tparam Bench made from `arguments`, once for each way; its `Run(state, parameters)` measures.
+/// @tparam Bench made from `arguments`, once for each side; its `Run(state, parameters)` measures.
 template <template <typename> class Bench, typename... Arguments>
-void Compare(const Group& group, const std::vector<Parameters>& cases, Arguments... arguments)
+void Compare(const Choice& choice, const Group& group, const std::vector<Parameters>& cases,
+             const Arguments&... arguments)
 {
-    AddWay<Bench<Plain>>(group, cases, "plain", arguments...);
-    AddWay<Bench<Library>>(group, cases, "library", arguments...);
-    AddWay<Bench<Plain>>(group, cases, "plain-again", arguments...);
+    RunGroup(choice, group, cases,
+             {MakeSide<Bench<Plain>>("plain", arguments...), MakeSide<Bench<Library>>("library", arguments...),
+              MakeSide<Bench<Plain>>("plain-again", arguments...)});
 }
 
-void AddRoundTrips();
-void AddThroughput();
-void AddPriorities();
-void AddDealerClient();
-void AddFifo();
-void AddLifeCycle();
-void AddConnectors();
+void CompareRoundTrips(const Choice& choice);
+void CompareThroughput(const Choice& choice);
+void ComparePriorities(const Choice& choice);
+void CompareClientSide(const Choice& choice);
+void CompareLifeCycle(const Choice& choice);
 
 } // namespace zeb::tolvo::bench

@@ -3,37 +3,71 @@
 #include "Zmq.h"
 
 #include <ipc/ByteVector.h>
+#include <tolvo/StatusCode.h>
 
 #include <deque>
+#include <fcntl.h>
 #include <mutex>
 #include <string>
+#include <unistd.h>
+#include <utility>
+
+// The library's clients and its queue of responses, written with ZeroMQ and POSIX alone.
 
 namespace zeb::tolvo::bench
 {
 
 using ipc::ByteVector;
 
-/// The library's persistent client written with ZeroMQ alone.
+inline bool ReceiveFrame(void* socket, ByteVector& response)
+{
+    Frame frame;
+    const int size = zmq_msg_recv(frame.Get(), socket, 0);
+    if (size < 0) return false;
+    response.assign(frame.Data(), frame.Data() + size);
+    return true;
+}
+
 class PlainClient
 {
 public:
-    PlainClient(void* context, const std::string& endpoint);
+    PlainClient(void* context, const std::string& endpoint) : mSocket(MakeConnected(context, ZMQ_DEALER, endpoint))
+    {
+        SetOption(mSocket, ZMQ_LINGER, 2000);
+    }
 
-    /// @return whether a reply came within `timeout` milliseconds.
-    bool SendRequest(const ByteVector& request, ByteVector& response, int timeout);
+    StatusCode SendRequest(const ByteVector& request, ByteVector& response, int timeout)
+    {
+        if (zmq_send(mSocket.get(), request.data(), request.size(), 0) < 0) return StatusCode::Failure;
+        zmq_pollitem_t item = PollIn(mSocket);
+        if (zmq_poll(&item, 1, timeout) <= 0) return StatusCode::TimedOut;
+        return ReceiveFrame(mSocket.get(), response) ? StatusCode::Success : StatusCode::Failure;
+    }
 
 private:
     Socket mSocket;
 };
 
-/// The library's client of fresh sockets written with ZeroMQ alone.
 class PlainDealerClient
 {
 public:
-    PlainDealerClient(void* context, std::string endpoint, std::string interruptEndpoint);
+    PlainDealerClient(void* context, std::string endpoint, std::string interruptEndpoint)
+        : mContext(context), mEndpoint(std::move(endpoint)), mInterruptEndpoint(std::move(interruptEndpoint))
+    {
+    }
 
-    /// @return whether a reply came within `timeout` milliseconds and without an interrupt.
-    bool SendRequest(const ByteVector& request, ByteVector& response, int timeout);
+    StatusCode SendRequest(const ByteVector& request, ByteVector& response, int timeout)
+    {
+        const Socket interrupt = MakeConnected(mContext, ZMQ_SUB, mInterruptEndpoint);
+        if (zmq_setsockopt(interrupt.get(), ZMQ_SUBSCRIBE, "", 0) < 0) return StatusCode::Failure;
+        const Socket requester = MakeConnected(mContext, ZMQ_DEALER, mEndpoint);
+        if (zmq_send(requester.get(), request.data(), request.size(), 0) < 0) return StatusCode::Failure;
+
+        zmq_pollitem_t items[] = {PollIn(requester), PollIn(interrupt)};
+        if (zmq_poll(items, 2, timeout) <= 0) return StatusCode::TimedOut;
+        if (IsReadable(items[0]) && !ReceiveFrame(requester.get(), response)) return StatusCode::Failure;
+        return IsReadable(items[1]) ? StatusCode::Interrupted : StatusCode::Success;
+    }
 
 private:
     void* mContext;
@@ -41,20 +75,38 @@ private:
     std::string mInterruptEndpoint;
 };
 
-/// The library's queue of responses, hand-written.
 class PlainFifo
 {
 public:
-    PlainFifo();
-    ~PlainFifo();
+    PlainFifo() = default;
 
-    PlainFifo(const PlainFifo&) = delete;
-    PlainFifo& operator=(const PlainFifo&) = delete;
+    ~PlainFifo()
+    {
+        close(mPipe[0]);
+        close(mPipe[1]);
+    }
 
-    void Push(const ByteVector& response);
+    StatusCode Initialize() { return pipe2(mPipe, O_NONBLOCK) == 0 ? StatusCode::Success : StatusCode::Failure; }
 
-    /// @return the oldest response, empty when there is none.
-    ByteVector Pop();
+    void PushResponse(const ByteVector& response)
+    {
+        {
+            const std::lock_guard<std::mutex> lock(mMutex);
+            mResponses.push_back(response);
+        }
+        static_cast<void>(!write(mPipe[1], "1", 1)); // a full pipe is readable all the same
+    }
+
+    ByteVector PopResponse()
+    {
+        char byte = 0;
+        static_cast<void>(!read(mPipe[0], &byte, 1));
+        const std::lock_guard<std::mutex> lock(mMutex);
+        if (mResponses.empty()) return {};
+        ByteVector response = std::move(mResponses.front());
+        mResponses.pop_front();
+        return response;
+    }
 
     int GetReadFd() const { return mPipe[0]; }
 

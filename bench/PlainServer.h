@@ -6,10 +6,16 @@
 #include <ipc/ServerType.h>
 
 #include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <cstdint>
+#include <cstring>
 #include <functional>
 #include <future>
 #include <string>
 #include <thread>
+#include <utility>
+#include <vector>
 
 namespace zeb::tolvo::bench
 {
@@ -24,37 +30,119 @@ class PlainServer
 {
 public:
     /// Serves when it returns.
-    PlainServer(void* context, std::string endpoint, std::string identity, Handler handler, ServerType type);
+    /// @param identity also the address.
+    PlainServer(void* context, const std::string& endpoint, const std::string& identity, Handler handler,
+                ServerType type)
+        : mContext(context), mHandler(std::move(handler))
+    {
+        std::promise<void> isReady;
+        mThread = std::thread([=, &isReady] { Run(endpoint, identity, type, isReady); });
+        isReady.get_future().wait();
+    }
 
     ~PlainServer() { Stop(); }
 
-    PlainServer(const PlainServer&) = delete;
-    PlainServer& operator=(const PlainServer&) = delete;
-
     /// Takes the half second of the library's stop.
-    void Stop();
+    void Stop()
+    {
+        if (!mThread.joinable()) return;
+        mIsServing = false;
+        const Socket publisher = MakeBound(mContext, ZMQ_PUB, mControlEndpoint);
+        std::this_thread::sleep_for(std::chrono::milliseconds(500));
+        Require(zmq_send(publisher.get(), "TERMINATE", 9, 0) >= 0, "zmq_send");
+        mThread.join();
+    }
 
 private:
     struct FrontEnd // the socket closes first
     {
+        std::string registration;
+        int burst;
         Socket monitor;
         Socket socket;
-        std::string registration;
     };
 
-    void Run(std::promise<void>& isReady);
-    void ServeOnePriority(const FrontEnd& ordinary, const Socket& control);
-    void ServeTwoPriorities(const FrontEnd& ordinary, const FrontEnd& urgent, const Socket& control);
-    FrontEnd MakeFrontEnd(const std::string& identity, const std::string& address);
-    void AnswerBurst(void* socket, int most);
-    static void TakeConnectionEvent(const FrontEnd& frontEnd);
+    static std::string FreshEndpoint()
+    {
+        static std::atomic<int> sCounter{0};
+        return "inproc://plain/" + std::to_string(sCounter++);
+    }
+
+    void Run(const std::string& endpoint, const std::string& identity, ServerType type, std::promise<void>& isReady)
+    {
+        const bool isUrgentToo = type == ServerType::TwoPriorities;
+        const Socket control = MakeConnected(mContext, ZMQ_SUB, mControlEndpoint);
+        Require(zmq_setsockopt(control.get(), ZMQ_SUBSCRIBE, "", 0) == 0, "zmq_setsockopt");
+        std::vector<FrontEnd> frontEnds;
+        if (isUrgentToo) frontEnds.push_back(MakeFrontEnd(endpoint, identity + "RT", "RT" + identity, 40));
+        frontEnds.push_back(MakeFrontEnd(endpoint, identity, identity, isUrgentToo ? 10 : 100));
+        isReady.set_value();
+
+        std::vector<zmq_pollitem_t> items{PollIn(control)};
+        for (const FrontEnd& each : frontEnds) items.insert(items.end(), {PollIn(each.socket), PollIn(each.monitor)});
+        while (AwaitEvents(items) && !IsReadable(items[0]))
+        {
+            auto item = items.begin();
+            for (const FrontEnd& each : frontEnds)
+            {
+                if (IsReadable(*++item)) AnswerBurst(each);
+                if (IsReadable(*++item)) TakeConnectionEvent(each);
+            }
+        }
+    }
+
+    FrontEnd MakeFrontEnd(const std::string& endpoint, const std::string& identity, const std::string& address,
+                          int burst)
+    {
+        const std::string monitored = FreshEndpoint();
+        Socket socket = MakeSocket(mContext, ZMQ_DEALER);
+        Require(zmq_socket_monitor(socket.get(), monitored.c_str(), ZMQ_EVENT_CONNECTED) == 0, "zmq_socket_monitor");
+        Socket monitor = MakeConnected(mContext, ZMQ_PAIR, monitored);
+        Require(zmq_setsockopt(socket.get(), ZMQ_ROUTING_ID, identity.data(), identity.size()) == 0, "zmq_setsockopt");
+        Require(zmq_connect(socket.get(), endpoint.c_str()) == 0, "zmq_connect");
+        return {R"({"address":")" + address + R"(","type":"register"})", burst, std::move(monitor), std::move(socket)};
+    }
+
+    static bool AwaitEvents(std::vector<zmq_pollitem_t>& items)
+    {
+        while (zmq_poll(items.data(), static_cast<int>(items.size()), -1) < 0)
+        {
+            if (zmq_errno() != EINTR) return false;
+        }
+        return true;
+    }
+
+    void AnswerBurst(const FrontEnd& frontEnd)
+    {
+        void* const socket = frontEnd.socket.get();
+        Frame frame;
+        for (int received = 0; mIsServing && received < frontEnd.burst; ++received)
+        {
+            const int size = zmq_msg_recv(frame.Get(), socket, ZMQ_DONTWAIT);
+            if (size < 0) return;
+
+            const ByteVector request(frame.Data(), frame.Data() + size);
+            ByteVector response;
+            mHandler(request, response);
+            if (zmq_send(socket, response.data(), response.size(), ZMQ_DONTWAIT) < 0) return;
+        }
+    }
+
+    static void TakeConnectionEvent(const FrontEnd& frontEnd)
+    {
+        Frame frame;
+        Require(zmq_msg_recv(frame.Get(), frontEnd.monitor.get(), 0) >= 0, "zmq_msg_recv");
+        std::uint16_t event = 0;
+        std::memcpy(&event, frame.Data(), sizeof event);
+        Require(zmq_msg_recv(frame.Get(), frontEnd.monitor.get(), 0) >= 0, "zmq_msg_recv"); // the address
+        if (event != ZMQ_EVENT_CONNECTED) return;
+        const std::string& registration = frontEnd.registration;
+        Require(zmq_send(frontEnd.socket.get(), registration.data(), registration.size(), 0) >= 0, "zmq_send");
+    }
 
     void* mContext;
-    std::string mEndpoint;
-    std::string mIdentity; // also the address
     Handler mHandler;
-    ServerType mType;
-    std::string mControlEndpoint;
+    std::string mControlEndpoint = FreshEndpoint();
     std::atomic<bool> mIsServing{true};
     std::thread mThread;
 };

@@ -18,8 +18,13 @@
 namespace zeb::tolvo::bench
 {
 
-// The library behind the operations of the hand-written classes. The connectors are made without the factory, whose
-// context nobody else reaches: over inproc both ends must share one.
+// What a case is measured with. The library's connectors are made without the factory, whose context nobody else
+// reaches: over inproc both ends must share one.
+
+inline void RequireSuccess(StatusCode status, const char* call)
+{
+    if (status != StatusCode::Success) throw std::runtime_error(call);
+}
 
 class LibraryServer
 {
@@ -33,76 +38,25 @@ public:
             mServer = std::make_unique<ipc::ZmqServerSequentialTwoPriorities>(endpoint, context, identity);
         mServer->RegisterCallback(std::move(handler));
         mServer->SetStartupMessage(identity);
-        if (mServer->StartListening() != StatusCode::Success) throw std::runtime_error("StartListening");
+        RequireSuccess(mServer->StartListening(), "StartListening");
     }
 
     ~LibraryServer() { Stop(); }
 
-    LibraryServer(const LibraryServer&) = delete;
-    LibraryServer& operator=(const LibraryServer&) = delete;
-
-    void Stop()
-    {
-        if (mServer->StopListening() != StatusCode::Success) throw std::runtime_error("StopListening");
-    }
+    void Stop() { RequireSuccess(mServer->StopListening(), "StopListening"); }
 
 private:
     std::unique_ptr<ipc::ZmqServerConnector> mServer;
 };
 
-class LibraryClient
+struct MayWait : ipc::OperatingModeInterface
 {
-public:
-    LibraryClient(void* context, const std::string& endpoint) : mClient(endpoint, mOperatingMode, context) {}
-
-    bool SendRequest(const ByteVector& request, ByteVector& response, int timeout)
-    {
-        return mClient.SendRequest(request, response, timeout) == StatusCode::Success;
-    }
-
-private:
-    struct MayWait : ipc::OperatingModeInterface
-    {
-        bool IsBlockingForbidden() override { return false; }
-    };
-
-    MayWait mOperatingMode;
-    ipc::ZmqClientConnector mClient;
+    bool IsBlockingForbidden() override { return false; }
 };
 
-class LibraryDealerClient
+struct LibraryClient : private MayWait, public ipc::ZmqClientConnector
 {
-public:
-    LibraryDealerClient(void* context, const std::string& endpoint, const std::string& interruptEndpoint)
-        : mClient(context, endpoint, interruptEndpoint)
-    {
-    }
-
-    bool SendRequest(const ByteVector& request, ByteVector& response, int timeout)
-    {
-        return mClient.SendRequest(request, response, timeout) == StatusCode::Success;
-    }
-
-private:
-    ipc::ZmqClientDealerConnector mClient;
-};
-
-class LibraryFifo
-{
-public:
-    LibraryFifo()
-    {
-        if (mFifo.Initialize() != StatusCode::Success) throw std::runtime_error("Initialize");
-    }
-
-    void Push(const ByteVector& response) { mFifo.PushResponse(response); }
-
-    ByteVector Pop() { return mFifo.PopResponse(); }
-
-    int GetReadFd() const { return mFifo.GetReadFd(); }
-
-private:
-    ipc::ResponsesFIFO mFifo;
+    LibraryClient(void* context, const std::string& endpoint) : ZmqClientConnector(endpoint, *this, context) {}
 };
 
 struct Plain
@@ -117,19 +71,18 @@ struct Library
 {
     using Server = LibraryServer;
     using Client = LibraryClient;
-    using DealerClient = LibraryDealerClient;
-    using Fifo = LibraryFifo;
+    using DealerClient = ipc::ZmqClientDealerConnector;
+    using Fifo = ipc::ResponsesFIFO;
 };
 
 inline void Echo(const ByteVector& request, ByteVector& response) { response = request; }
-
-constexpr int kPatienceMs = 10'000; // that a request which works never needs
 
 /// @throws std::runtime_error when no whole reply comes: then nothing measured counts.
 template <typename Client>
 void Ask(Client& client, const ByteVector& request, ByteVector& response)
 {
-    if (!client.SendRequest(request, response, kPatienceMs)) throw std::runtime_error("no reply");
+    constexpr int kPatienceMs = 10'000; // that a request which works never needs
+    RequireSuccess(client.SendRequest(request, response, kPatienceMs), "no reply");
     if (response.size() != request.size()) throw std::runtime_error("a reply of another size");
 }
 

@@ -44,6 +44,18 @@ inline Socket MakeConnected(void* context, int type, const std::string& endpoint
     return socket;
 }
 
+inline Socket MakeBound(void* context, int type, const std::string& endpoint)
+{
+    Socket socket = MakeSocket(context, type);
+    Require(zmq_bind(socket.get(), endpoint.c_str()) == 0, "zmq_bind");
+    return socket;
+}
+
+inline void SetOption(const Socket& socket, int option, int value)
+{
+    Require(zmq_setsockopt(socket.get(), option, &value, sizeof value) == 0, "zmq_setsockopt");
+}
+
 inline zmq_pollitem_t PollIn(const Socket& socket) { return {socket.get(), 0, ZMQ_POLLIN, 0}; }
 
 inline bool IsReadable(const zmq_pollitem_t& item) { return (item.revents & ZMQ_POLLIN) != 0; }

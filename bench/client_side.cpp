@@ -11,26 +11,19 @@ namespace
 
 /// A client that makes fresh sockets for every request.
 template <typename Way>
-class DealerClient
+struct DealerClient
 {
-public:
-    explicit DealerClient(const std::string& transport) : mWiring(transport)
-    {
-        Require(zmq_bind(mInterrupter.get(), mWiring.Endpoint("interrupts").c_str()) == 0, "zmq_bind");
-    }
-
     void Run(benchmark::State& state, const Parameters& parameters)
     {
         const ByteVector request(parameters.bytes, 'x');
         ByteVector response;
         for (auto _ : state)
         {
-            Ask(mClient, request, response);
-            if (++mAsked % kAsksBetweenLooks == 0) LookAtInterrupter();
+            Ask(client, request, response);
+            if (++asked % kAsksBetweenLooks == 0) LookAtInterrupter();
         }
     }
 
-private:
     static constexpr std::size_t kAsksBetweenLooks = 64;
 
     /// Over inproc a closed subscriber is only freed when its publisher is used.
@@ -38,31 +31,32 @@ private:
     {
         int events = 0;
         std::size_t size = sizeof events;
-        Require(zmq_getsockopt(mInterrupter.get(), ZMQ_EVENTS, &events, &size) == 0, "zmq_getsockopt");
+        Require(zmq_getsockopt(interrupter.get(), ZMQ_EVENTS, &events, &size) == 0, "zmq_getsockopt");
     }
 
-    std::size_t mAsked = 0;
-    Wiring mWiring;
-    Socket mInterrupter = MakeSocket(mWiring.GetPeerContext(), ZMQ_PUB);
-    EchoPeer mPeer{mWiring.GetPeerContext(), mWiring.Endpoint("clients")};
-    typename Way::DealerClient mClient{mWiring.GetConnectorContext(), mWiring.Endpoint("clients"),
-                                       mWiring.Endpoint("interrupts")};
+    std::string transport;
+    Wiring wiring{transport};
+    Socket interrupter = MakeBound(wiring.GetPeerContext(), ZMQ_PUB, wiring.Endpoint("interrupts"));
+    EchoPeer peer{wiring.GetPeerContext(), wiring.Endpoint("clients")};
+    typename Way::DealerClient client{wiring.GetConnectorContext(), wiring.Endpoint("clients"),
+                                      wiring.Endpoint("interrupts")};
+    std::size_t asked = 0;
 };
 
 /// Responses are pushed by a number of threads and popped by one that polls, or, with no other thread, in turn.
 template <typename Way>
-class Fifo
+struct Fifo
 {
-public:
     void Run(benchmark::State& state, const Parameters& parameters)
     {
+        RequireSuccess(status, "Initialize");
         const ByteVector response(parameters.bytes, 'x');
         if (parameters.count == 0)
         {
             for (auto _ : state)
             {
-                mFifo.Push(response);
-                benchmark::DoNotOptimize(mFifo.Pop());
+                fifo.PushResponse(response);
+                benchmark::DoNotOptimize(fifo.PopResponse());
             }
             return;
         }
@@ -70,7 +64,6 @@ public:
         state.counters["responses"] = static_cast<double>(parameters.count * kPushes); // of an iteration
     }
 
-private:
     static constexpr std::size_t kPushes = 1000; // of each thread
 
     void PassAlong(std::size_t producers, const ByteVector& response)
@@ -79,29 +72,29 @@ private:
         while (threads.size() < producers)
         {
             threads.emplace_back([&] {
-                for (std::size_t pushed = 0; pushed < kPushes; ++pushed) mFifo.Push(response);
+                for (std::size_t pushed = 0; pushed < kPushes; ++pushed) fifo.PushResponse(response);
             });
         }
-        pollfd readable{mFifo.GetReadFd(), POLLIN, 0};
+        pollfd readable{fifo.GetReadFd(), POLLIN, 0};
         for (std::size_t popped = 0; popped < producers * kPushes; ++popped)
         {
             poll(&readable, 1, -1);
-            benchmark::DoNotOptimize(mFifo.Pop());
+            benchmark::DoNotOptimize(fifo.PopResponse());
         }
         for (std::thread& thread : threads) thread.join();
     }
 
-    typename Way::Fifo mFifo;
+    typename Way::Fifo fifo{};
+    StatusCode status = fifo.Initialize();
 };
 
 } // namespace
 
-void AddDealerClient()
+void CompareClientSide(const Choice& choice)
 {
     for (const std::string transport : {"ipc", "inproc"})
-        Compare<DealerClient>({"dealer-client/" + transport, 5, 8, Clock::Processor}, {{"16", 16}}, transport);
+        Compare<DealerClient>(choice, {"dealer-client/" + transport, 5, 8, Clock::Processor}, {{"16", 16}}, transport);
+    Compare<Fifo>(choice, {"fifo", 5, 8, Clock::Processor}, {{"alone", 16, 0}, {"4-producers", 16, 4}});
 }
-
-void AddFifo() { Compare<Fifo>({"fifo", 5, 8, Clock::Processor}, {{"alone", 16, 0}, {"4-producers", 16, 4}}); }
 
 } // namespace zeb::tolvo::bench

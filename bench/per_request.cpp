@@ -2,12 +2,11 @@
 // round trips, divided by the difference of the numbers, holds nothing of start and stop.
 
 #include "Peers.h"
-#include "Ways.h"
 
 #include <zebl/RootLogger.h>
 
 #include <iostream>
-#include <string>
+#include <map>
 #include <unistd.h>
 
 namespace zeb::tolvo::bench
@@ -19,66 +18,47 @@ namespace
 const std::string kIdentity = "counted";
 
 template <typename Way>
-void Serve(const std::string& endpoint, std::size_t count)
+void Serve(void* context, const std::string& endpoint, std::size_t count, const ByteVector& /*body*/)
 {
-    const Context context(zmq_ctx_new());
     std::promise<void> isDone;
-    std::size_t answered = 0;
     const auto handler = [&](const ByteVector& request, ByteVector& response) {
         response = request;
-        if (++answered == count) isDone.set_value();
+        if (--count == 0) isDone.set_value();
     };
-    const typename Way::Server server(context.get(), endpoint, kIdentity, handler, ServerType::OnePriority);
+    const typename Way::Server server(context, endpoint, kIdentity, handler, ServerType::OnePriority);
     isDone.get_future().wait();
 }
 
 template <typename Way>
-void Request(const std::string& endpoint, std::size_t count, std::size_t bytes)
+void Request(void* context, const std::string& endpoint, std::size_t count, const ByteVector& body)
 {
-    const Context context(zmq_ctx_new());
-    typename Way::Client client(context.get(), endpoint);
-    const ByteVector request(bytes, 'x');
+    typename Way::Client client(context, endpoint);
     ByteVector response;
-    while (count-- > 0) Ask(client, request, response);
+    while (count-- > 0) Ask(client, body, response);
 }
 
-void Call(const std::string& endpoint, std::size_t count, std::size_t bytes)
+void Call(void* context, const std::string& endpoint, std::size_t count, const ByteVector& body)
 {
-    const Context context(zmq_ctx_new());
-    Caller caller(context.get(), endpoint);
-    const ByteVector body(bytes, 'x');
+    Caller caller(context, endpoint);
     caller.Receive(); // the server announces itself
     while (count-- > 0) caller.Exchange(kIdentity, body);
 }
 
-void EchoUntilInputEnds(const std::string& endpoint)
+void EchoUntilInputEnds(void* context, const std::string& endpoint, std::size_t /*count*/, const ByteVector& /*body*/)
 {
-    const Context context(zmq_ctx_new());
-    const EchoPeer peer(context.get(), endpoint);
+    const EchoPeer peer(context, endpoint);
     char byte = 0;
     while (read(STDIN_FILENO, &byte, 1) > 0)
     {
     }
 }
 
-int Run(const std::string& role, const std::string& endpoint, std::size_t count, std::size_t bytes)
-{
-    if (role == "plain-server")
-        Serve<Plain>(endpoint, count);
-    else if (role == "library-server")
-        Serve<Library>(endpoint, count);
-    else if (role == "plain-client")
-        Request<Plain>(endpoint, count, bytes);
-    else if (role == "library-client")
-        Request<Library>(endpoint, count, bytes);
-    else if (role == "caller")
-        Call(endpoint, count, bytes);
-    else if (role == "echo")
-        EchoUntilInputEnds(endpoint);
-    else
-        return 2;
-    return 0;
-}
+using Role = void (*)(void* context, const std::string& endpoint, std::size_t count, const ByteVector& body);
+
+const std::map<std::string, Role> kRoles = {
+    {"plain-server", Serve<Plain>},     {"plain-client", Request<Plain>},     {"caller", Call},
+    {"library-server", Serve<Library>}, {"library-client", Request<Library>}, {"echo", EchoUntilInputEnds},
+};
 
 } // namespace
 
@@ -86,8 +66,15 @@ int Run(const std::string& role, const std::string& endpoint, std::size_t count,
 
 int main(int argc, char** argv)
 {
+    using namespace zeb::tolvo::bench;
+    const auto role = kRoles.find(argc == 5 ? argv[1] : "");
+    if (role == kRoles.end())
+    {
+        std::cerr << "usage: per-request ROLE ENDPOINT COUNT BYTES\n";
+        return 2;
+    }
     zebl::Log::RootLogger::GetInstance().SetLevel(TolvoLogLevel::Error);
-    if (argc == 5) return zeb::tolvo::bench::Run(argv[1], argv[2], std::stoul(argv[3]), std::stoul(argv[4]));
-    std::cerr << "usage: per-request ROLE ENDPOINT COUNT BYTES\n";
-    return 2;
+    const Context context(zmq_ctx_new());
+    role->second(context.get(), argv[2], std::stoul(argv[3]), ByteVector(std::stoul(argv[4]), 'x'));
+    return 0;
 }

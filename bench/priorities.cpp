@@ -23,84 +23,70 @@ const ByteVector kUrgent(16, 'u');
 /// An urgent request in the midst of ordinary ones. To the server, clients are what a router sends: one router keeps as
 /// many requests under way as the clients would.
 template <typename Way>
-class UrgentRequest
+struct UrgentRequest
 {
-public:
-    UrgentRequest(const std::string& transport, ServerType type)
-        : mWiring(transport),
-          mUrgentIdentity(type == ServerType::TwoPriorities ? "floodRT" : "flood"),
-          mServer(mWiring.GetConnectorContext(), mWiring.Endpoint("servers"), "flood", MakeHandler(), type)
-    {
-        mCaller.AwaitServer(mWiring, "flood");
-        if (type == ServerType::TwoPriorities) mCaller.AwaitServer(mWiring, mUrgentIdentity);
-    }
-
     void Run(benchmark::State& state, const Parameters& parameters)
     {
         const std::size_t underWay = parameters.count * kUnderWayPerClient;
-        for (std::size_t sent = 0; sent < underWay; ++sent) mCaller.Send("flood", kOrdinary);
+        for (std::size_t sent = 0; sent < underWay; ++sent) caller.Send(server.Identity(), kOrdinary);
 
         double answeredBefore = 0;
         for (auto _ : state)
         {
             for (int replies = 0; replies < kOrdinaryBetweenUrgent; ++replies) TakeReplyAndSend();
-            const int answered = mOrdinaryAnswered;
+            const int answered = ordinaryAnswered;
             const auto start = SteadyClock::now();
-            mCaller.Send(mUrgentIdentity, kUrgent);
+            caller.Send(urgentIdentity, kUrgent);
             while (!TakeReplyAndSend())
             {
             }
             state.SetIterationTime(std::chrono::duration<double>(SteadyClock::now() - start).count());
-            answeredBefore += mAnsweredAtUrgent - answered;
+            answeredBefore += answeredAtUrgent - answered;
         }
-        for (std::size_t taken = 0; taken < underWay; ++taken) mCaller.Receive();
+        for (std::size_t taken = 0; taken < underWay; ++taken) caller.Receive();
         state.counters["ordinary_before"] = answeredBefore / static_cast<double>(state.iterations());
     }
 
-private:
-    Handler MakeHandler()
+    void Handle(const ByteVector& request, ByteVector& response)
     {
-        return [this](const ByteVector& request, ByteVector& response) {
-            for (const auto end = SteadyClock::now() + kWork; SteadyClock::now() < end;)
-            {
-            }
-            response = request;
-            if (request == kUrgent)
-                mAnsweredAtUrgent = mOrdinaryAnswered.load();
-            else
-                ++mOrdinaryAnswered;
-        };
+        for (const auto end = SteadyClock::now() + kWork; SteadyClock::now() < end;)
+        {
+        }
+        response = request;
+        if (request == kUrgent)
+            answeredAtUrgent = ordinaryAnswered.load();
+        else
+            ++ordinaryAnswered;
     }
 
     /// @return whether it was the urgent request's.
     bool TakeReplyAndSend()
     {
-        if (*mCaller.Receive().Data() == kUrgent.front()) return true;
-        mCaller.Send("flood", kOrdinary);
+        if (*caller.Receive().Data() == kUrgent.front()) return true;
+        caller.Send(server.Identity(), kOrdinary);
         return false;
     }
 
-    Wiring mWiring;
-    Caller mCaller{mWiring.GetPeerContext(), mWiring.Endpoint("servers")};
-    std::string mUrgentIdentity;
-    std::atomic<int> mOrdinaryAnswered{0};
-    std::atomic<int> mAnsweredAtUrgent{0};
-    typename Way::Server mServer;
+    std::string transport;
+    ServerType type;
+    std::atomic<int> ordinaryAnswered{0};
+    std::atomic<int> answeredAtUrgent{0};
+    Servers<Way> server{transport, 1, [this](auto& request, auto& response) { Handle(request, response); }, type};
+    Caller& caller = server.GetCaller();
+    std::string urgentIdentity = server.Identity() + (type == ServerType::TwoPriorities ? "RT" : "");
 };
 
 } // namespace
 
-void AddPriorities()
+void ComparePriorities(const Choice& choice)
 {
-    constexpr int kSittings = 4;
-    constexpr int kRounds = 5;
     const std::vector<Parameters> floods = {{"1-client", 0, 1}, {"4-clients", 0, 4}, {"16-clients", 0, 16}};
     for (const std::string transport : {"ipc", "inproc"})
     {
-        Compare<UrgentRequest>({"urgent/two-priorities/" + transport, kSittings, kRounds, Clock::Manual}, floods,
-                               transport, ServerType::TwoPriorities);
-        Compare<UrgentRequest>({"urgent/one-priority/" + transport, kSittings, kRounds, Clock::Manual}, floods,
-                               transport, ServerType::OnePriority);
+        Compare<UrgentRequest>(choice, {"urgent/two-priorities/" + transport, 4, 5, Clock::Manual}, floods, transport,
+                               ServerType::TwoPriorities);
+        Compare<UrgentRequest>(choice, {"urgent/one-priority/" + transport, 4, 5, Clock::Manual}, floods, transport,
+                               ServerType::OnePriority);
     }
 }
 

@@ -1,5 +1,10 @@
 #include "Comparison.h"
-#include "EchoServers.h"
+#include "Peers.h"
+
+#include "quillmere/RegistrationService.h"
+
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace zeb::tolvo::bench
 {
@@ -9,19 +14,16 @@ namespace
 
 /// The server under test opposite a plain router.
 template <typename Way>
-class ServerRoundTrip
+struct ServerRoundTrip
 {
-public:
-    explicit ServerRoundTrip(const std::string& transport) : mServer(transport, 1) {}
-
     void Run(benchmark::State& state, const Parameters& parameters)
     {
         const ByteVector body(parameters.bytes, 'x');
-        for (auto _ : state) mServer.Exchange(body);
+        for (auto _ : state) server.Exchange(body);
     }
 
-private:
-    EchoServers<Way> mServer;
+    std::string transport;
+    Servers<Way> server{transport, 1};
 };
 
 template <typename Client>
@@ -35,54 +37,78 @@ void MeasureRequests(Client& client, benchmark::State& state, std::size_t bytes)
 
 /// The client under test opposite a plain router.
 template <typename Way>
-class ClientRoundTrip
+struct ClientRoundTrip
 {
-public:
-    explicit ClientRoundTrip(const std::string& transport) : mWiring(transport) {}
-
     void Run(benchmark::State& state, const Parameters& parameters)
     {
-        MeasureRequests(mClient, state, parameters.bytes);
+        MeasureRequests(client, state, parameters.bytes);
+    }
+
+    std::string transport;
+    Wiring wiring{transport};
+    EchoPeer peer{wiring.GetPeerContext(), wiring.Endpoint("clients")};
+    typename Way::Client client{wiring.GetConnectorContext(), wiring.Endpoint("clients")};
+};
+
+/// The desk registration service on a thread of its own.
+class DeskService
+{
+public:
+    DeskService(const std::string& servers, const std::string& clients)
+    {
+        Require(pipe2(mStop, O_CLOEXEC) == 0, "pipe2");
+        mThread = std::thread([=] {
+            zmq::context_t context;
+            desk::RegistrationService service(context, servers, clients, std::chrono::milliseconds(1));
+            service.Run(mStop[0]);
+        });
+    }
+
+    ~DeskService()
+    {
+        static_cast<void>(!write(mStop[1], "", 1));
+        mThread.join();
+        for (const int end : mStop) close(end);
     }
 
 private:
-    Wiring mWiring;
-    EchoPeer mPeer{mWiring.GetPeerContext(), mWiring.Endpoint("clients")};
-    typename Way::Client mClient{mWiring.GetConnectorContext(), mWiring.Endpoint("clients")};
+    int mStop[2] = {-1, -1}; // a pipe that is readable once the service must end
+    std::thread mThread;
 };
 
 /// Both under test, through the desk registration service.
 template <typename Way>
-class ServiceRoundTrip
+struct ServiceRoundTrip
 {
-public:
     void Run(benchmark::State& state, const Parameters& parameters)
     {
-        MeasureRequests(mClient, state, parameters.bytes);
+        MeasureRequests(client, state, parameters.bytes);
     }
 
-private:
-    Wiring mWiring{"ipc"};
-    DeskService mDesk{mWiring.Endpoint("servers"), mWiring.Path(".")};
-    typename Way::Server mServer{mWiring.GetConnectorContext(), mWiring.Endpoint("servers"), "echo", Echo,
-                                 ServerType::OnePriority};
-    typename Way::Client mClient{mWiring.GetConnectorContext(), mWiring.Endpoint("echo")};
+    Wiring wiring{"ipc"};
+    DeskService desk{wiring.Endpoint("servers"), wiring.Path(".")};
+    typename Way::Server server{wiring.GetConnectorContext(), wiring.Endpoint("servers"), "echo", Echo,
+                                ServerType::OnePriority};
+    typename Way::Client client{wiring.GetConnectorContext(), wiring.Endpoint("echo")};
 };
 
 } // namespace
 
-void AddRoundTrips()
+void CompareRoundTrips(const Choice& choice)
 {
     constexpr int kSittings = 5;
     constexpr int kRounds = 7;
-    const std::vector<Parameters> sizes = {{"0", 0},       {"16", 16},       {"256", 256},
-                                           {"4096", 4096}, {"65536", 65536}, {"1048576", 1048576}};
+    std::vector<Parameters> sizes;
+    for (const std::size_t bytes : {0U, 16U, 256U, 4096U, 65536U, 1048576U})
+        sizes.push_back({std::to_string(bytes), bytes});
     for (const std::string transport : {"ipc", "inproc"})
     {
-        Compare<ServerRoundTrip>({"server/" + transport, kSittings, kRounds, Clock::Processor}, sizes, transport);
-        Compare<ClientRoundTrip>({"client/" + transport, kSittings, kRounds, Clock::Processor}, sizes, transport);
+        Compare<ServerRoundTrip>(choice, {"server/" + transport, kSittings, kRounds, Clock::Processor}, sizes,
+                                 transport);
+        Compare<ClientRoundTrip>(choice, {"client/" + transport, kSittings, kRounds, Clock::Processor}, sizes,
+                                 transport);
     }
-    Compare<ServiceRoundTrip>({"service/ipc", kSittings, kRounds, Clock::Processor}, sizes);
+    Compare<ServiceRoundTrip>(choice, {"service/ipc", kSittings, kRounds, Clock::Processor}, sizes);
 }
 
 } // namespace zeb::tolvo::bench

@@ -1,7 +1,6 @@
 #include "Comparison.h"
-#include "EchoServers.h"
+#include "Peers.h"
 
-#include <chrono>
 #include <cstdint>
 #include <cstring>
 #include <map>
@@ -17,102 +16,87 @@ namespace
 /// Those that are lost while Google Benchmark looks for a number of iterations count as well: it doesn't report these
 /// runs, so each reports what was lost since the program began.
 template <typename Way>
-class Throughput
+struct Throughput
 {
-public:
-    explicit Throughput(const std::string& transport) : mTransport(transport), mServer(transport, 1) {}
-
     void Run(benchmark::State& state, const Parameters& parameters)
     {
-        mBodies.assign(parameters.count, ByteVector(parameters.bytes, 'x'));
-        mSent = mAnswered = mLost = 0;
-        while (mSent < parameters.count) SendNext();
+        bodies.assign(parameters.count, ByteVector(parameters.bytes, 'x'));
+        sent = answered = lost = 0;
+        while (sent < parameters.count) SendNext();
         for (auto _ : state)
         {
             TakeReply();
-            while (mSent < mAnswered + parameters.count) SendNext();
+            while (sent < answered + parameters.count) SendNext();
         }
-        while (mAnswered < mSent && mServer.GetCaller().IsReplyThere(kPatience)) TakeReply();
-        std::uint64_t& lost = sLost[mTransport + parameters.label];
-        lost += mLost + mSent - mAnswered;
-        state.counters["lost_so_far"] = static_cast<double>(lost);
+        while (answered < sent && server.GetCaller().IsReplyThere(kPatience)) TakeReply();
+        std::uint64_t& lostSoFar = sLost[transport + parameters.label];
+        lostSoFar += lost + sent - answered;
+        state.counters["lost_so_far"] = static_cast<double>(lostSoFar);
     }
 
-private:
     static constexpr auto kPatience = std::chrono::milliseconds(500);
 
     void SendNext()
     {
-        ByteVector& body = mBodies[mSent % mBodies.size()]; // its earlier use is answered or lost
-        std::memcpy(body.data(), &mSent, sizeof mSent);
-        mServer.Send(body);
-        ++mSent;
+        ByteVector& body = bodies[sent % bodies.size()]; // its earlier use is answered or lost
+        std::memcpy(body.data(), &sent, sizeof sent);
+        server.GetCaller().Send(server.Identity(), body);
+        ++sent;
     }
 
     void TakeReply()
     {
-        Frame& reply = mServer.GetCaller().Receive();
-        if (reply.Size() != mBodies.front().size()) throw std::runtime_error("a reply of another size");
+        Frame& reply = server.GetCaller().Receive();
+        if (reply.Size() != bodies.front().size()) throw std::runtime_error("a reply of another size");
         std::uint64_t number = 0;
         std::memcpy(&number, reply.Data(), sizeof number);
-        mLost += number - mAnswered;
-        mAnswered = number + 1;
+        lost += number - answered;
+        answered = number + 1;
     }
 
     inline static std::map<std::string, std::uint64_t> sLost; // by case
 
-    std::string mTransport;
-    EchoServers<Way> mServer;
-    std::vector<ByteVector> mBodies;
-    std::uint64_t mSent = 0;
-    std::uint64_t mAnswered = 0; // or lost
-    std::uint64_t mLost = 0;
+    std::string transport;
+    Servers<Way> server{transport, 1};
+    std::vector<ByteVector> bodies{};
+    std::uint64_t sent = 0;
+    std::uint64_t answered = 0; // or lost
+    std::uint64_t lost = 0;
 };
 
 /// Requests go to a number of servers in turn, one under way at a time.
 template <typename Way>
-class Connectors
+struct Connectors
 {
-public:
-    Connectors(const std::string& transport, std::size_t count) : mServers(transport, count) {}
-
     void Run(benchmark::State& state, const Parameters& parameters)
     {
+        while (servers.Count() < parameters.count) servers.Add();
         const ByteVector body(parameters.bytes, 'x');
-        for (auto _ : state) mServers.Exchange(body, mTurn++ % mServers.Count());
+        for (auto _ : state) servers.Exchange(body, turn++ % parameters.count);
     }
 
-private:
-    EchoServers<Way> mServers;
-    std::size_t mTurn = 0;
+    std::string transport;
+    Servers<Way> servers{transport};
+    std::size_t turn = 0;
 };
 
 } // namespace
 
-void AddThroughput()
+void CompareThroughput(const Choice& choice)
 {
-    constexpr int kSittings = 5;
-    constexpr int kRounds = 5;
-    const std::vector<Parameters> cases = {{"1x16", 16, 1},         {"16x16", 16, 16},      {"500x16", 16, 500},
-                                           {"900x16", 16, 900},     {"1x1024", 1024, 1},    {"16x1024", 1024, 16},
-                                           {"500x1024", 1024, 500}, {"900x1024", 1024, 900}};
-    for (const std::string transport : {"ipc", "inproc"})
-        Compare<Throughput>({"throughput/" + transport, kSittings, kRounds, Clock::Processor}, cases, transport);
-}
-
-void AddConnectors()
-{
-    constexpr int kSittings = 5;
-    constexpr int kRounds = 6;
-    for (const std::string transport : {"ipc", "inproc"})
+    std::vector<Parameters> cases;
+    for (const std::size_t bytes : {16U, 1024U})
     {
-        for (const std::size_t count : {1U, 10U, 100U})
-        {
-            const Group group{"connectors/" + transport + "/" + std::to_string(count), kSittings, kRounds,
-                              Clock::Processor};
-            Compare<Connectors>(group, {{"", 16, count}}, transport, count);
-        }
+        for (const std::size_t count : {1U, 16U, 500U, 900U})
+            cases.push_back({std::to_string(count) + "x" + std::to_string(bytes), bytes, count});
     }
+    for (const std::string transport : {"ipc", "inproc"})
+        Compare<Throughput>(choice, {"throughput/" + transport, 5, 5, Clock::Processor}, cases, transport);
+
+    const std::vector<Parameters> counts = {
+        {"1", 16, 1}, {"10", 16, 10}, {"100", 16, 100}}; // in this order: they add up
+    for (const std::string transport : {"ipc", "inproc"})
+        Compare<Connectors>(choice, {"connectors/" + transport, 5, 6, Clock::Processor}, counts, transport);
 }
 
 } // namespace zeb::tolvo::bench
