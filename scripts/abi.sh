@@ -14,7 +14,8 @@ esac
 scripts/setup.sh abi
 scripts/build.sh package tolvo-ipc-transport
 if [[ ${1:-} == renew ]]; then
-    abidw --exported-interfaces-only --type-id-style hash \
+    # Without --drop-undefined-syms the half of it is what ZeroMQ and the standard library export.
+    abidw --exported-interfaces-only --drop-undefined-syms --type-id-style hash \
         --no-show-locs --no-corpus-path --no-comp-dir-path --no-elf-needed --out-file "$reference" "$library"
     exit
 fi

@@ -47,12 +47,13 @@ Count()
         return 1
     }
     awk -F= '
-        function IsAllocation(name) { return name ~ /^(malloc|calloc|realloc|posix_memalign|operator new)/ }
+        function IsAllocation(name) { return name ~ /^(malloc|calloc|realloc|posix_memalign|operator new.*)$/ }
         /^ob=/ { object = $2 }
         /^fn=/ { caller = $2 }
         /^cfn=/ { callee = $2 }
         /^calls=/ && IsAllocation(callee) && !IsAllocation(caller) { n[object ~ /libzmq/] += $2 }
-        /^summary: / { print substr($0, 10), n[1] + 0, n[0] + 0 }' "$work/calls"
+        /^summary: / { instructions = substr($0, 10) }
+        END { print instructions, n[1] + 0, n[0] + 0 }' "$work/calls"
 }
 
 # The cost of one request: what further ones add, divided by their number.
