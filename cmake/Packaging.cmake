@@ -22,7 +22,7 @@ if(NOT TOLVO_IPC_SYSTEM_PLATFORM)
     set(stand_ins "tolvo-platform-stand-ins-dev ${same_version}")
     package(platform tolvo-platform-stand-ins libs
         "stand-ins for the device's own libraries"
-        "Statuses, logging and registration messages for a desk. No device image\ninstalls them.")
+        "Statuses, logging and registration messages for a desk, and for a device image\nthat is tried without the device's real libraries.")
     package(platform-development tolvo-platform-stand-ins-dev libdevel
         "stand-ins for the device's own libraries (development)"
         "Headers, CMake packages and pkg-config files of the stand-ins."
@@ -48,7 +48,9 @@ set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "") # each component has its own
 set(CPACK_PACKAGE_CONTACT ${TOLVO_IPC_PACKAGE_CONTACT})
 set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR}/packages)
-set(CPACK_STRIP_FILES ON)
+# Strips the files, and puts what it took into packages of its own for debuggers.
+set(CPACK_DEBIAN_DEBUGINFO_PACKAGE ON)
+set(CPACK_OBJCOPY_EXECUTABLE ${CMAKE_OBJCOPY})
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")

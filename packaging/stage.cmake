@@ -19,7 +19,7 @@ foreach(component IN LISTS CPACK_COMPONENTS_ALL)
     set(staged ${CPACK_TEMPORARY_DIRECTORY}/${component})
     set(package ${CPACK_DEBIAN_${upper}_PACKAGE_NAME})
     set(doc ${staged}/usr/share/doc/${package})
-    file(COPY ${CPACK_TOLVO_SOURCE_DIR}/packaging/copyright DESTINATION ${doc}
+    configure_file(${CPACK_TOLVO_SOURCE_DIR}/LICENSE ${doc}/copyright COPYONLY
         FILE_PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
     configure_file(${CPACK_TOLVO_SOURCE_DIR}/packaging/changelog.in ${doc}/changelog @ONLY)
     file(GLOB pages ${staged}/usr/share/man/man?/*)

@@ -47,7 +47,9 @@ Greet()
 # BuildWithCMake FOLDER PREFIX [OPTION...]
 BuildWithCMake()
 {
-    Quietly cmake -S "$work/consumer" -B "$1" -G Ninja "-DCMAKE_PREFIX_PATH=$2" "${@:3}"
+    # Only who includes the data scheme's header needs nlohmann-json.
+    Quietly cmake -S "$work/consumer" -B "$1" -G Ninja "-DCMAKE_PREFIX_PATH=$2" \
+        -DCMAKE_DISABLE_FIND_PACKAGE_nlohmann_json=ON "${@:3}"
     Quietly cmake --build "$1"
 }
 
@@ -132,6 +134,12 @@ platform=$(dirname "$(echo "$work"/platform/lib/*/libtolvo-foundation.so)")
 LD_LIBRARY_PATH=$platform Greet "$work/on-device" "$work/moved/bin"
 ldd_output=$(LD_LIBRARY_PATH=$platform ldd "$work/on-device/hello_service")
 grep -qF "$work/device/lib/libtolvo-ipc-transport.so.0" <<<"$ldd_output" || Fail "another library was run: $ldd_output"
+
+echo "A ZeroMQ that nobody has tested"
+mkdir "$work/zeromq"
+sed 's/^Version:.*/Version: 4.3.6/' "$(pkg-config --variable=libdir libzmq)/pkgconfig/libzmq.pc" >"$work/zeromq/libzmq.pc"
+PKG_CONFIG_PATH=$work/zeromq Quietly cmake -S . -B "$work/untested" -G Ninja -DTOLVO_IPC_BUILD_TESTS=OFF
+grep -q "ZeroMQ 4.3.6 is untested" "$work/log" || Fail "no warning of ZeroMQ 4.3.6"
 
 echo "The sample systemd unit"
 sed 's|^ExecStart=[^ ]*|ExecStart=/bin/true|' packaging/systemd/device-status.service >"$work/device-status.service"
