@@ -14,8 +14,8 @@ FinishSymbols()
             dpkg-deb -R "$package" "$1/$name" &&
             mkdir -p "$1/$name/usr/share/doc" &&
             ln -s "${name%-dbgsym}" "$1/$name/usr/share/doc/$name" &&
-            (cd "$1/$name" && find usr -type f -exec md5sum {} + >DEBIAN/md5sums) &&
-            dpkg-deb --root-owner-group -b "$1/$name" "${package%.ddeb}.deb" &&
+            (cd "$1/$name" && find usr -type f -exec chmod 644 {} + -exec md5sum {} + >DEBIAN/md5sums) &&
+            dpkg-deb --root-owner-group -z1 -b "$1/$name" "${package%.ddeb}.deb" &&
             rm -r "${1:?}/$name" "$package" || return
     done
 }
