@@ -77,6 +77,8 @@ def spread(case, side):
 
 
 def print_table(cases):
+    if not cases:
+        return
     rows = [("case", "plain ZeroMQ", "library", "ratio (quartiles)", "plain to itself")]
     for name, case in cases.items():
         rows.append((name, quantity(case, "plain"), quantity(case, "library"), spread(case, "library"),
