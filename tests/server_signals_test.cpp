@@ -9,32 +9,6 @@
 namespace
 {
 
-/// Answers clients by their own requests, sheltered from signals.
-struct EchoingPeer
-{
-    explicit EchoingPeer(const std::string& endpoint) : peer(context, zmq::socket_type::router, endpoint) {}
-
-    ~EchoingPeer() { context.shutdown(); }
-
-    void Answer()
-    {
-        const SignalStorm::Shelter shelter;
-        peer.set(zmq::sockopt::rcvtimeo, -1);
-        try
-        {
-            for (zmq::message_t client, body; peer.recv(client) && peer.recv(body);)
-                peer.Send({client.to_string(), body.to_string()});
-        }
-        catch (const zmq::error_t&) // the context has been shut down
-        {
-        }
-    }
-
-    zmq::context_t context;
-    Peer peer;
-    std::future<void> answering = std::async(std::launch::async, [this] { Answer(); });
-};
-
 template <typename Client>
 void ExpectAnswerOrInterruption(const char* name, Client& client)
 {
@@ -45,53 +19,48 @@ void ExpectAnswerOrInterruption(const char* name, Client& client)
     ASSERT_EQ(Text(reply), "body") << name;
 }
 
-struct Signals : ServerThread
+TEST_F(ServerThread, SignalsAtAnyWaitEndNothingButRequestsOfClients)
 {
-    /// What a life serves and asks for, while signals come.
-    void Live()
-    {
-        ASSERT_EQ(server.StartListening(), StatusCode::Success);
-        {
-            const SignalStorm::Shelter shelter; // the registration service's
-            ASSERT_EQ(service.Receive(), Registration("id", "svc"));
-            for (int request = 0; request < kRequests; ++request) service.Send({"id", std::to_string(request)});
-            for (int request = 0; request < kRequests; ++request)
-                ASSERT_EQ(service.Receive(), "id|" + std::to_string(request));
-        }
-        ipc::ZmqClientConnector persistent(clients, mode, context.handle());
-        ExpectAnswerOrInterruption("persistent", persistent);
-        ExpectAnswerOrInterruption("dealer", dealer);
-        ASSERT_EQ(anonymous.StartListening(), MakeStatusCodeFromErrno(EINVAL));
-        fifo.PushResponse(Bytes("queued"));
-        ASSERT_EQ(Text(fifo.PopResponse()), "queued");
-        ASSERT_EQ(server.StopListening(), StatusCode::Success);
-    }
-
-    static constexpr int kRequests = 300;
-
+    const std::string clients = folder.Endpoint("clients");
+    Peer peer(outside, zmq::socket_type::router, clients);
+    auto answering = std::async(std::launch::async, [&] {
+        const SignalStorm::Shelter shelter;
+        for (zmq::message_t client, body; peer.recv(client) && peer.recv(body) && body.to_string() != "end";)
+            peer.Send({client.to_string(), body.to_string()});
+    });
+    ipc::ZmqClientDealerConnector dealer(context.handle(), clients, folder.Endpoint("interrupt"));
+    OnePriority anonymous(endpoint, context.handle(), "");
     OperatingMode mode;
     ipc::ResponsesFIFO fifo;
-    const std::string clients = folder.Endpoint("clients");
-    EchoingPeer peer{clients};
-    ipc::ZmqClientDealerConnector dealer{context.handle(), clients, folder.Endpoint("interrupt")};
-    OnePriority anonymous{endpoint, context.handle(), ""};
-};
-
-TEST_F(Signals, AtAnyWaitEndNothingButRequestsOfClients)
-{
     ASSERT_EQ(fifo.Initialize(), StatusCode::Success);
-    for (int round = 0; round < 20; ++round)
+    for (int life = 0; life < 500;)
     {
-        const DescriptorsComeBack guard;
+        const DescriptorsComeBack guard; // 25 lives make some 300 sockets
         const SignalStorm storm;
-        for (int life = 0; life < 25; ++life)
-        {
-            SCOPED_TRACE("life " + std::to_string(life) + " of round " + std::to_string(round));
-            Live();
-        }
+        do {
+            SCOPED_TRACE("life " + std::to_string(life));
+            ASSERT_EQ(server.StartListening(), StatusCode::Success);
+            {
+                const SignalStorm::Shelter shelter; // the registration service's
+                ASSERT_EQ(service.Receive(), Registration("id", "svc"));
+                for (int request = 0; request < 300; ++request) service.Send({"id", std::to_string(request)});
+                for (int request = 0; request < 300; ++request)
+                    ASSERT_EQ(service.Receive(), "id|" + std::to_string(request));
+            }
+            ipc::ZmqClientConnector persistent(clients, mode, context.handle());
+            ExpectAnswerOrInterruption("persistent", persistent);
+            ExpectAnswerOrInterruption("dealer", dealer);
+            ASSERT_EQ(anonymous.StartListening(), MakeStatusCodeFromErrno(EINVAL));
+            fifo.PushResponse(Bytes("queued"));
+            ASSERT_EQ(Text(fifo.PopResponse()), "queued");
+            ASSERT_EQ(server.StopListening(), StatusCode::Success);
+        } while (++life % 25 != 0);
     }
     for (const std::string& line : log.Take())
         EXPECT_TRUE(std::regex_search(line, std::regex("([ ,]4|=1022)$"))) << line;
+    ByteVector reply;
+    dealer.SendRequest(Bytes("end"), reply, 0);
+    answering.get();
 }
 
 TEST_F(ServerThread, PollingGoesOnAfterASignalAndEndsWithAnError)

@@ -27,22 +27,17 @@ inline ByteVector Bytes(const std::string& text) { return {text.begin(), text.en
 
 inline std::string Text(const ByteVector& bytes) { return {bytes.begin(), bytes.end()}; }
 
-/// Ends a test at its first fatal failure, wherever that is: in a helper, or on another thread whose future it awaits.
+/// Ends a test at its first fatal failure, be it in a helper or on a thread whose future the test awaits.
 struct FatalFailuresThrow : testing::EmptyTestEventListener
 {
     void OnTestPartResult(const testing::TestPartResult& result) override
     {
         if (result.fatally_failed()) throw testing::AssertionException(result);
     }
-
-    static bool Install()
-    {
-        testing::UnitTest::GetInstance()->listeners().Append(new FatalFailuresThrow);
-        return true;
-    }
 };
 
-inline const bool kDoFatalFailuresThrow = FatalFailuresThrow::Install();
+inline const bool kDoFatalFailuresThrow =
+    (testing::UnitTest::GetInstance()->listeners().Append(new FatalFailuresThrow), true);
 
 /// A folder of its own for socket files, removed at the end.
 struct TempFolder
