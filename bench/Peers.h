@@ -48,9 +48,9 @@ private:
     Context mPeers;
 };
 
-inline Socket MakeRouter(void* context, const std::string& endpoint)
+inline ZmqSocket MakeRouter(void* context, const std::string& endpoint)
 {
-    Socket router = MakeBound(context, ZMQ_ROUTER, endpoint);
+    ZmqSocket router = MakeBound(context, ZMQ_ROUTER, endpoint);
     SetOption(router, ZMQ_ROUTER_MANDATORY, 1);
     SetOption(router, ZMQ_LINGER, 0);
     return router;
@@ -70,12 +70,12 @@ public:
     /// @return whether the server is there.
     bool TrySend(const std::string& identity, const ByteVector& body)
     {
-        if (zmq_send(mRouter.get(), identity.data(), identity.size(), ZMQ_SNDMORE) < 0)
+        if (zmq_send(mRouter.Get(), identity.data(), identity.size(), ZMQ_SNDMORE) < 0)
         {
             Require(zmq_errno() == EHOSTUNREACH, "zmq_send");
             return false;
         }
-        Require(zmq_send_const(mRouter.get(), body.data(), body.size(), 0) >= 0, "zmq_send_const");
+        Require(zmq_send_const(mRouter.Get(), body.data(), body.size(), 0) >= 0, "zmq_send_const");
         return true;
     }
 
@@ -84,17 +84,17 @@ public:
     /// @return whether a reply can be received, within `patience`.
     bool IsReplyThere(std::chrono::milliseconds patience)
     {
-        zmq_pollitem_t item = PollIn(mRouter);
+        zmq_pollitem_t item = PollIn(mRouter.Get());
         return zmq_poll(&item, 1, static_cast<long>(patience.count())) > 0;
     }
 
     /// Awaits a reply.
     /// @return valid until the next one.
     /// @throws std::runtime_error when none comes.
-    Frame& Receive()
+    ZmqMessage& Receive()
     {
-        Require(zmq_msg_recv(mFrame.Get(), mRouter.get(), 0) >= 0, "no reply");
-        Require(zmq_msg_recv(mFrame.Get(), mRouter.get(), 0) >= 0, "no reply");
+        Require(mFrame.Receive(mRouter.Get(), 0) >= 0, "no reply");
+        Require(mFrame.Receive(mRouter.Get(), 0) >= 0, "no reply");
         return mFrame;
     }
 
@@ -106,8 +106,8 @@ public:
     }
 
 private:
-    Socket mRouter;
-    Frame mFrame;
+    ZmqSocket mRouter;
+    ZmqMessage mFrame;
 };
 
 /// The plain peer of clients: sends every request back as its reply, without copying it.
@@ -126,9 +126,9 @@ public:
 private:
     static void SendBackEverything(void* router)
     {
-        Frame sender;
-        Frame body;
-        while (zmq_msg_recv(sender.Get(), router, 0) >= 0 && zmq_msg_recv(body.Get(), router, 0) >= 0)
+        ZmqMessage sender;
+        ZmqMessage body;
+        while (sender.Receive(router, 0) >= 0 && body.Receive(router, 0) >= 0)
         {
             // A client of fresh sockets may have gone: its reply is lost, which is its right.
             if (zmq_msg_send(sender.Get(), router, ZMQ_SNDMORE) < 0) continue;
@@ -137,8 +137,8 @@ private:
     }
 
     void* mContext;
-    Socket mRouter; // used by the thread until it is joined
-    std::thread mThread{SendBackEverything, mRouter.get()};
+    ZmqSocket mRouter; // used by the thread until it is joined
+    std::thread mThread{SendBackEverything, mRouter.Get()};
 };
 
 /// Servers under test and the plain router that they have connected to.

@@ -21,8 +21,8 @@ using ipc::ByteVector;
 
 inline bool ReceiveFrame(void* socket, ByteVector& response)
 {
-    Frame frame;
-    const int size = zmq_msg_recv(frame.Get(), socket, 0);
+    ZmqMessage frame;
+    const int size = frame.Receive(socket, 0);
     if (size < 0) return false;
     response.assign(frame.Data(), frame.Data() + size);
     return true;
@@ -38,14 +38,14 @@ public:
 
     StatusCode SendRequest(const ByteVector& request, ByteVector& response, int timeout)
     {
-        if (zmq_send(mSocket.get(), request.data(), request.size(), 0) < 0) return StatusCode::Failure;
-        zmq_pollitem_t item = PollIn(mSocket);
+        if (zmq_send(mSocket.Get(), request.data(), request.size(), 0) < 0) return StatusCode::Failure;
+        zmq_pollitem_t item = PollIn(mSocket.Get());
         if (zmq_poll(&item, 1, timeout) <= 0) return StatusCode::TimedOut;
-        return ReceiveFrame(mSocket.get(), response) ? StatusCode::Success : StatusCode::Failure;
+        return ReceiveFrame(mSocket.Get(), response) ? StatusCode::Success : StatusCode::Failure;
     }
 
 private:
-    Socket mSocket;
+    ZmqSocket mSocket;
 };
 
 class PlainDealerClient
@@ -58,14 +58,14 @@ public:
 
     StatusCode SendRequest(const ByteVector& request, ByteVector& response, int timeout)
     {
-        const Socket interrupt = MakeConnected(mContext, ZMQ_SUB, mInterruptEndpoint);
-        if (zmq_setsockopt(interrupt.get(), ZMQ_SUBSCRIBE, "", 0) < 0) return StatusCode::Failure;
-        const Socket requester = MakeConnected(mContext, ZMQ_DEALER, mEndpoint);
-        if (zmq_send(requester.get(), request.data(), request.size(), 0) < 0) return StatusCode::Failure;
+        const ZmqSocket interrupt = MakeConnected(mContext, ZMQ_SUB, mInterruptEndpoint);
+        if (zmq_setsockopt(interrupt.Get(), ZMQ_SUBSCRIBE, "", 0) < 0) return StatusCode::Failure;
+        const ZmqSocket requester = MakeConnected(mContext, ZMQ_DEALER, mEndpoint);
+        if (zmq_send(requester.Get(), request.data(), request.size(), 0) < 0) return StatusCode::Failure;
 
-        zmq_pollitem_t items[] = {PollIn(requester), PollIn(interrupt)};
+        zmq_pollitem_t items[] = {PollIn(requester.Get()), PollIn(interrupt.Get())};
         if (zmq_poll(items, 2, timeout) <= 0) return StatusCode::TimedOut;
-        if (IsReadable(items[0]) && !ReceiveFrame(requester.get(), response)) return StatusCode::Failure;
+        if (IsReadable(items[0]) && !ReceiveFrame(requester.Get(), response)) return StatusCode::Failure;
         return IsReadable(items[1]) ? StatusCode::Interrupted : StatusCode::Success;
     }
 

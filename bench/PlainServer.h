@@ -47,9 +47,9 @@ public:
     {
         if (!mThread.joinable()) return;
         mIsServing = false;
-        const Socket publisher = MakeBound(mContext, ZMQ_PUB, mControlEndpoint);
+        const ZmqSocket publisher = MakeBound(mContext, ZMQ_PUB, mControlEndpoint);
         std::this_thread::sleep_for(std::chrono::milliseconds(500));
-        Require(zmq_send(publisher.get(), "TERMINATE", 9, 0) >= 0, "zmq_send");
+        Require(zmq_send(publisher.Get(), "TERMINATE", 9, 0) >= 0, "zmq_send");
         mThread.join();
     }
 
@@ -58,8 +58,8 @@ private:
     {
         std::string registration;
         int burst;
-        Socket monitor;
-        Socket socket;
+        ZmqSocket monitor;
+        ZmqSocket socket;
     };
 
     static std::string FreshEndpoint()
@@ -71,15 +71,16 @@ private:
     void Run(const std::string& endpoint, const std::string& identity, ServerType type, std::promise<void>& isReady)
     {
         const bool isUrgentToo = type == ServerType::TwoPriorities;
-        const Socket control = MakeConnected(mContext, ZMQ_SUB, mControlEndpoint);
-        Require(zmq_setsockopt(control.get(), ZMQ_SUBSCRIBE, "", 0) == 0, "zmq_setsockopt");
+        const ZmqSocket control = MakeConnected(mContext, ZMQ_SUB, mControlEndpoint);
+        Require(zmq_setsockopt(control.Get(), ZMQ_SUBSCRIBE, "", 0) == 0, "zmq_setsockopt");
         std::vector<FrontEnd> frontEnds;
         if (isUrgentToo) frontEnds.push_back(MakeFrontEnd(endpoint, identity + "RT", "RT" + identity, 40));
         frontEnds.push_back(MakeFrontEnd(endpoint, identity, identity, isUrgentToo ? 10 : 100));
         isReady.set_value();
 
-        std::vector<zmq_pollitem_t> items{PollIn(control)};
-        for (const FrontEnd& each : frontEnds) items.insert(items.end(), {PollIn(each.socket), PollIn(each.monitor)});
+        std::vector<zmq_pollitem_t> items{PollIn(control.Get())};
+        for (const FrontEnd& each : frontEnds)
+            items.insert(items.end(), {PollIn(each.socket.Get()), PollIn(each.monitor.Get())});
         while (AwaitEvents(items) && !IsReadable(items[0]))
         {
             auto item = items.begin();
@@ -95,11 +96,11 @@ private:
                           int burst)
     {
         const std::string monitored = FreshEndpoint();
-        Socket socket = MakeSocket(mContext, ZMQ_DEALER);
-        Require(zmq_socket_monitor(socket.get(), monitored.c_str(), ZMQ_EVENT_CONNECTED) == 0, "zmq_socket_monitor");
-        Socket monitor = MakeConnected(mContext, ZMQ_PAIR, monitored);
-        Require(zmq_setsockopt(socket.get(), ZMQ_ROUTING_ID, identity.data(), identity.size()) == 0, "zmq_setsockopt");
-        Require(zmq_connect(socket.get(), endpoint.c_str()) == 0, "zmq_connect");
+        ZmqSocket socket = MakeSocket(mContext, ZMQ_DEALER);
+        Require(zmq_socket_monitor(socket.Get(), monitored.c_str(), ZMQ_EVENT_CONNECTED) == 0, "zmq_socket_monitor");
+        ZmqSocket monitor = MakeConnected(mContext, ZMQ_PAIR, monitored);
+        Require(zmq_setsockopt(socket.Get(), ZMQ_ROUTING_ID, identity.data(), identity.size()) == 0, "zmq_setsockopt");
+        Require(zmq_connect(socket.Get(), endpoint.c_str()) == 0, "zmq_connect");
         return {R"({"address":")" + address + R"(","type":"register"})", burst, std::move(monitor), std::move(socket)};
     }
 
@@ -114,11 +115,11 @@ private:
 
     void AnswerBurst(const FrontEnd& frontEnd)
     {
-        void* const socket = frontEnd.socket.get();
-        Frame frame;
+        void* const socket = frontEnd.socket.Get();
+        ZmqMessage frame;
         for (int received = 0; mIsServing && received < frontEnd.burst; ++received)
         {
-            const int size = zmq_msg_recv(frame.Get(), socket, ZMQ_DONTWAIT);
+            const int size = frame.Receive(socket, ZMQ_DONTWAIT);
             if (size < 0) return;
 
             const ByteVector request(frame.Data(), frame.Data() + size);
@@ -130,14 +131,14 @@ private:
 
     static void TakeConnectionEvent(const FrontEnd& frontEnd)
     {
-        Frame frame;
-        Require(zmq_msg_recv(frame.Get(), frontEnd.monitor.get(), 0) >= 0, "zmq_msg_recv");
+        ZmqMessage frame;
+        Require(frame.Receive(frontEnd.monitor.Get(), 0) >= 0, "zmq_msg_recv");
         std::uint16_t event = 0;
         std::memcpy(&event, frame.Data(), sizeof event);
-        Require(zmq_msg_recv(frame.Get(), frontEnd.monitor.get(), 0) >= 0, "zmq_msg_recv"); // the address
+        Require(frame.Receive(frontEnd.monitor.Get(), 0) >= 0, "zmq_msg_recv"); // the address
         if (event != ZMQ_EVENT_CONNECTED) return;
         const std::string& registration = frontEnd.registration;
-        Require(zmq_send(frontEnd.socket.get(), registration.data(), registration.size(), 0) >= 0, "zmq_send");
+        Require(zmq_send(frontEnd.socket.Get(), registration.data(), registration.size(), 0) >= 0, "zmq_send");
     }
 
     void* mContext;

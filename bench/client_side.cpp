@@ -31,12 +31,12 @@ struct DealerClient
     {
         int events = 0;
         std::size_t size = sizeof events;
-        Require(zmq_getsockopt(interrupter.get(), ZMQ_EVENTS, &events, &size) == 0, "zmq_getsockopt");
+        Require(zmq_getsockopt(interrupter.Get(), ZMQ_EVENTS, &events, &size) == 0, "zmq_getsockopt");
     }
 
     std::string transport;
     Wiring wiring{transport};
-    Socket interrupter = MakeBound(wiring.GetPeerContext(), ZMQ_PUB, wiring.Endpoint("interrupts"));
+    ZmqSocket interrupter = MakeBound(wiring.GetPeerContext(), ZMQ_PUB, wiring.Endpoint("interrupts"));
     EchoPeer peer{wiring.GetPeerContext(), wiring.Endpoint("clients")};
     typename Way::DealerClient client{wiring.GetConnectorContext(), wiring.Endpoint("clients"),
                                       wiring.Endpoint("interrupts")};

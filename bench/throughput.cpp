@@ -46,7 +46,7 @@ struct Throughput
 
     void TakeReply()
     {
-        Frame& reply = server.GetCaller().Receive();
+        ZmqMessage& reply = server.GetCaller().Receive();
         if (reply.Size() != bodies.front().size()) throw std::runtime_error("a reply of another size");
         std::uint64_t number = 0;
         std::memcpy(&number, reply.Data(), sizeof number);

@@ -2,6 +2,7 @@
 
 #include <zmq.h>
 
+#include <cstddef>
 #include <utility>
 
 // What the library and the measurements own of ZeroMQ, and what both poll.
@@ -59,6 +60,10 @@ public:
         mIsOpen = true;
         return zmq_msg_recv(&mMessage, socket, flags);
     }
+
+    const unsigned char* Data() { return static_cast<const unsigned char*>(zmq_msg_data(&mMessage)); }
+
+    std::size_t Size() const { return zmq_msg_size(&mMessage); }
 
     zmq_msg_t* Get() { return &mMessage; }
 

@@ -28,8 +28,7 @@ StatusCode ReceiveResponse(void* socket, ByteVector& response, const char* tag)
     const int size = message.Receive(socket, 0);
     if (size < 0) return TOLVO_IPC_ZMQ_FAILURE(" Failed to receive RESPONSE, %d", tag);
 
-    const auto* data = static_cast<const unsigned char*>(zmq_msg_data(message.Get()));
-    response.assign(data, data + size);
+    response.assign(message.Data(), message.Data() + size);
     return kSuccess;
 }
 
