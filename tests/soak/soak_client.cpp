@@ -6,6 +6,7 @@
 
 #include <ipc/ZmqClientDealerConnector.h>
 #include <ipc/ZmqConnectorFactory.h>
+#include <ipc/convenience/WaitingAllowed.h>
 #include <zebl/RootLogger.h>
 #include <zmq.hpp>
 
@@ -37,10 +38,7 @@ constexpr int kLongestPauseUs = 4000;
 const std::array kExpected{StatusCode::Success, StatusCode::TimedOut, StatusCode::Interrupted,
                            MakeStatusCodeFromErrno(EINTR)};
 
-struct MayWait : ipc::OperatingModeInterface
-{
-    bool IsBlockingForbidden() override { return false; }
-} mode;
+ipc::convenience::WaitingAllowed mode;
 
 /// Leaves them to the other threads.
 void BlockSignals()

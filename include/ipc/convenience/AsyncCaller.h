@@ -31,7 +31,8 @@ namespace zeb::tolvo::ipc::convenience
 class AsyncCaller
 {
 public:
-    /// Gets the reply for its own. It may call `Call` and `Dispatch`, and destroy the caller.
+    /// Called with the reply, or with the status that tells why there is none. It may call `Call` and `Dispatch`, and
+    /// may destroy the caller.
     using Done = std::function<void(Reply reply)>;
 
     /// Creates the descriptor, but no thread and no socket yet.
