@@ -4,10 +4,13 @@
 
 #include <fuzzer/FuzzedDataProvider.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <deque>
+#include <map>
 #include <stdexcept>
+#include <vector>
 
 namespace
 {
@@ -23,16 +26,17 @@ void Require(bool isTrue)
     if (!isTrue) std::abort();
 }
 
-/// What the outside knows of a server.
+/// A server of the library: what it holds outlives its connections, and is answered before it registers again.
 struct Server
 {
-    bool isRegistered = false;
-    bool isHeld = false;
-    Switchboard::TimePoint lastFrame;
-    std::deque<std::string> underWay; // clients
+    std::string identity;
+    std::string address;
+    RequestOrder::Connection connection = 0; // 0 when there is none
+    std::deque<std::string> held{};
+    std::size_t old = 0; // of those held, the first ones: from before this connection
 };
 
-/// Sends a switchboard whatever the input says, and checks what comes out of it.
+/// Lets servers and clients do whatever the input says, and checks by their content that replies reach their clients.
 class Exchange : Wires
 {
 public:
@@ -43,13 +47,8 @@ public:
         while (mInput.remaining_bytes() > 0)
         {
             mNow += std::chrono::milliseconds(mInput.ConsumeIntegral<unsigned char>());
-            for (auto& [identity, server] : mServers)
-                if (mNow >= server.lastFrame + kQuietTime) server.isHeld = false;
-            mSwitchboard.ReleaseHeld(mNow);
-            if (mAddresses == 0 || mInput.ConsumeBool())
-                TakeFromServer(mInput.PickValueInArray({"a", "b", "c"}));
-            else
-                TakeFromClient(mInput.PickValueInArray({"x", "y", "z"}));
+            mSwitchboard.CatchUp(mNow);
+            Act(mServers[mInput.ConsumeIntegralInRange<std::size_t>(0, mServers.size() - 1)]);
 
             std::uint64_t known = 0;
             for (const ServerReport& report : mSwitchboard.Report())
@@ -59,72 +58,135 @@ public:
     }
 
 private:
-    void TakeFromServer(const std::string& identity)
+    void Act(Server& server)
     {
-        Message message = MakeMessage(identity, mInput.ConsumeRandomLengthString());
-        const auto body = message.body.to_string();
-        const bool isRegistration = message.frames == 1 && ReadRegistration(body, kLongestAddress);
-
-        Server& server = mServers[identity];
-        if (server.isHeld || isRegistration) server.lastFrame = mNow;
-        if (isRegistration)
+        switch (mInput.ConsumeIntegralInRange(0, 6))
         {
-            server.isHeld = true;
-            server.underWay.clear();
+        case 0:
+            Disconnect(server);
+            server.connection = mSwitchboard.AddConnection();
+            break;
+        case 1: // the router learns the identity
+            if (server.connection != 0) mRoutes[server.identity] = server.connection;
+            break;
+        case 2: // the router learns that a connection has ended
+            if (FindRouted(server.identity) == nullptr) mRoutes.erase(server.identity);
+            break;
+        case 3:
+            if (FindRouted(server.identity) == &server) Register(server);
+            break;
+        case 4:
+            if (!server.held.empty()) Answer(server);
+            break;
+        case 5:
+            mSwitchboard.TakeFromServer(MakeMessage("c", mInput.ConsumeRandomLengthString()), mNow);
+            break;
+        default:
+            if (mAddresses > 0) TakeFromClients();
         }
-        else if (server.isRegistered && !server.underWay.empty())
-        {
-            if (message.frames == 1) mExpected = {server.underWay.front(), body};
-            server.underWay.pop_front();
-        }
-        mSwitchboard.TakeFromServer(std::move(message), mNow);
-        Require(mExpected.first.empty()); // the reply has been passed on
-        for (const ServerReport& report : mSwitchboard.Report()) mServers[report.identity].isRegistered = true;
     }
 
-    void TakeFromClient(const std::string& client)
+    void Disconnect(Server& server)
+    {
+        server.connection = 0;
+        // Those on their way are lost. An echoed registration that came late could not be told from one.
+        server.held.resize(server.held.size() - mInput.ConsumeIntegralInRange<std::size_t>(0, server.held.size()));
+        const auto isRegistration = [](const std::string& body) { return body.front() == '{'; };
+        server.held.erase(std::remove_if(server.held.begin(), server.held.end(), isRegistration), server.held.end());
+        server.old = server.held.size();
+    }
+
+    void Register(Server& server)
+    {
+        while (server.old > 0) Answer(server);
+        const auto registration = R"({"type":"register","address":")" + server.address + "\"}";
+        Message message = MakeMessage(server.identity, registration, server.connection);
+        if (message.frames == 1) mHeldUntil[server.identity] = mNow + kQuietTime;
+        mSwitchboard.TakeFromServer(std::move(message), mNow);
+    }
+
+    void Answer(Server& server)
+    {
+        const std::string reply = server.held.front();
+        server.held.pop_front();
+        if (server.old > 0) --server.old;
+        if (FindRouted(server.identity) != &server) return;
+        mSwitchboard.TakeFromServer(MakeMessage(server.identity, reply, server.connection), mNow);
+    }
+
+    /// Each request comes from a client of its own, and names it.
+    void TakeFromClients()
     {
         const auto address = mInput.ConsumeIntegralInRange<std::size_t>(0, mAddresses - 1);
         const std::size_t count = mInput.PickValueInArray<std::size_t>({1, 1, 1, RequestOrder::kMostUnderWay});
         for (std::size_t request = 0; request < count; ++request)
-            mSwitchboard.TakeFromClient(address, MakeMessage(client, client), mNow);
-        mRequests += count;
+        {
+            const std::string client = std::to_string(++mRequests);
+            const bool isRegistration = mInput.ConsumeIntegral<unsigned char>() == 0;
+            mSwitchboard.TakeFromClient(
+                address, MakeMessage(client, isRegistration ? R"({"type":"register","address":"a"})" : client), mNow);
+        }
     }
 
-    Message MakeMessage(const std::string& sender, const std::string& body)
+    Message MakeMessage(const std::string& sender, const std::string& body, RequestOrder::Connection connection = 0)
     {
-        return {zmq::message_t(sender), zmq::message_t(body), mInput.ConsumeIntegralInRange<std::size_t>(0, 7) % 3};
+        const std::size_t frames = mInput.ConsumeIntegral<unsigned char>() == 0 ? 2 : 1;
+        return {zmq::message_t(sender), zmq::message_t(body), frames, connection};
+    }
+
+    /// @return null when the connection that the router knows has ended.
+    Server* FindRouted(const std::string& identity)
+    {
+        const auto route = mRoutes.find(identity);
+        const auto isRouted = [&](const Server& server) {
+            return route != mRoutes.end() && server.connection == route->second && server.connection != 0;
+        };
+        const auto found = std::find_if(mServers.begin(), mServers.end(), isRouted);
+        return found == mServers.end() ? nullptr : &*found;
     }
 
     void Bind(const std::string& address) override
     {
         Require(!address.empty() && address.size() <= kLongestAddress && address.find('/') == std::string::npos);
-        if (mInput.ConsumeBool()) throw std::runtime_error("refused");
+        if (mInput.ConsumeIntegral<unsigned char>() == 0) throw std::runtime_error("refused");
         ++mAddresses;
     }
 
+    void Restore(std::size_t address) override { Require(address < mAddresses); }
+
     int SendToServer(std::string_view identity, zmq::message_t body) override
     {
-        Server& server = mServers.at(std::string(identity));
-        Require(server.isRegistered && !server.isHeld && server.underWay.size() < RequestOrder::kMostUnderWay);
-        if (mInput.ConsumeBool()) return EHOSTUNREACH;
-        server.underWay.push_back(body.to_string());
+        const std::string name(identity);
+        Require(mNow >= mHeldUntil[name]);
+        if (mRoutes.count(name) == 0) return EHOSTUNREACH;
+        Server* const server = FindRouted(name);
+        if (server == nullptr) return 0; // lost
+        Require(server->held.size() - server->old < RequestOrder::kMostUnderWay);
+        server->held.push_back(body.to_string());
         return 0;
     }
 
     int SendToClient(std::size_t address, std::string_view client, zmq::message_t body) override
     {
-        Require(address < mAddresses && mExpected == std::pair(std::string(client), body.to_string()));
-        mExpected.first.clear();
-        return 0;
+        Require(address < mAddresses && body.to_string_view() == client);
+        return mInput.ConsumeBool() ? 0 : EAGAIN;
     }
+
+    void HangUp(const Message& message) override
+    {
+        for (Server& server : mServers)
+            if (server.connection == message.connection && message.connection != 0) Disconnect(server);
+    }
+
+    std::string PeerOf(const Message&) override { return {}; }
 
     FuzzedDataProvider mInput;
     Switchboard::TimePoint mNow{1h};
     std::uint64_t mRequests = 0;
     std::size_t mAddresses = 0;
-    std::map<std::string, Server> mServers;
-    std::pair<std::string, std::string> mExpected; // the client and the body of the reply that must come out
+    std::vector<Server> mServers{{"a", "a"}, {"a", "a"}, {"a", "b"}, {"b", "b"}};
+    std::map<std::string, RequestOrder::Connection> mRoutes; // the connection that each identity stands for
+    std::map<std::string, Switchboard::TimePoint> mHeldUntil;
     Switchboard mSwitchboard{*this, kLongestAddress, kQuietTime, {}};
 };
 

@@ -150,7 +150,7 @@ TEST_F(Quillmere, BothPrioritiesAnswerBodiesOfEverySize)
         for (const std::string& body : {""s, "\0\xff"s, std::string(8 << 20, '\x80')}) ExpectEcho(address, body);
     for (const char* line : {" <- ", " -> "}) EXPECT_TRUE(AwaitLine(line));
     kill(process, SIGUSR1);
-    EXPECT_TRUE(AwaitLine("     3        3       0       0 "));
+    EXPECT_TRUE(AwaitLine("     3        3       0       0    0 "));
 }
 
 TEST_F(Quillmere, ServiceReplacesItsLingeringConnectionAndComesBackAfterAKill)

@@ -34,10 +34,10 @@ TEST(Report, TraceLinesFitATerminalWhateverTheBodyHolds)
 
 TEST(Report, TableIsAlignedAndNamesEachServer)
 {
-    const std::vector<ServerReport> reports = {{"a", "an identity", 12'345'678, 1, 2, 3, 1500us, 2s}, {"\x01", "b"}};
-    EXPECT_EQ(Table(reports), "  passed answered dropped waiting median ms worst ms address identity\n"
-                              "12345678        1       2       3     1.500 2000.000 a       an identity\n"
-                              "       0        0       0       0     0.000    0.000 \\x01    b\n");
+    const std::vector<ServerReport> reports = {{"a", "an identity", 12'345'678, 1, 2, 3, 4, 1500us, 2s}, {"\x01", "b"}};
+    EXPECT_EQ(Table(reports), "  passed answered dropped waiting lost median ms worst ms address identity\n"
+                              "12345678        1       2       3    4     1.500 2000.000 a       an identity\n"
+                              "       0        0       0       0    0     0.000    0.000 \\x01    b\n");
 }
 
 } // namespace

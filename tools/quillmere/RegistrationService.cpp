@@ -16,6 +16,7 @@ namespace
 enum PollPosition : std::size_t
 {
     kStop,
+    kConnections,
     kServers,
     kFirstAddress,
 };
@@ -56,7 +57,8 @@ RegistrationService::RegistrationService(zmq::context_t& context, const std::str
                                          const std::string& clients, std::chrono::milliseconds quietTime, Tracer tracer)
     : mContext(context),
       mFolder(clients),
-      mServers(context, servers),
+      mConnections(context),
+      mServers(context, servers, Connections::kDomain),
       mSwitchboard(*this, mFolder.LongestName(), quietTime, std::move(tracer))
 {
 }
@@ -67,13 +69,14 @@ void RegistrationService::Run(int stop)
     for (;;)
     {
         std::vector<zmq::pollitem_t> items = MakePollItems(stop);
-        if (!WaitForAny(items, TimeUntilRelease())) continue;
+        if (!WaitForAny(items, TimeUntilCatchUp())) continue;
         if (IsReadable(items[kStop])) return;
 
         const auto now = std::chrono::steady_clock::now();
+        if (IsReadable(items[kConnections])) mConnections.LetIn([&] { return mSwitchboard.AddConnection(); });
         if (IsReadable(items[kServers]))
             TakeBurst(mServers, [&](Message message) { mSwitchboard.TakeFromServer(std::move(message), now); });
-        mSwitchboard.ReleaseHeld(now);
+        mSwitchboard.CatchUp(now);
         for (std::size_t position = kFirstAddress; position < items.size(); ++position)
         {
             if (!IsReadable(items[position])) continue;
@@ -121,18 +124,19 @@ std::vector<zmq::pollitem_t> RegistrationService::MakePollItems(int stop)
 {
     std::vector<zmq::pollitem_t> items(kFirstAddress + mClients.size());
     items[kStop] = {nullptr, stop, ZMQ_POLLIN, 0};
+    items[kConnections] = mConnections.MakePollItem();
     items[kServers] = mServers.MakePollItem();
     std::transform(mClients.begin(), mClients.end(), items.begin() + kFirstAddress,
                    [](Router& clients) { return clients.MakePollItem(); });
     return items;
 }
 
-std::chrono::milliseconds RegistrationService::TimeUntilRelease() const
+std::chrono::milliseconds RegistrationService::TimeUntilCatchUp() const
 {
     using std::chrono::milliseconds;
-    const auto release = mSwitchboard.NextRelease();
-    if (!release) return milliseconds(-1);
-    return std::max(milliseconds(0), std::chrono::ceil<milliseconds>(*release - std::chrono::steady_clock::now()));
+    const auto next = mSwitchboard.NextCatchUp();
+    if (!next) return milliseconds(-1);
+    return std::max(milliseconds(0), std::chrono::ceil<milliseconds>(*next - std::chrono::steady_clock::now()));
 }
 
 } // namespace zeb::tolvo::desk

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "quillmere/Connections.h"
 #include "quillmere/Router.h"
 #include "quillmere/SocketFolder.h"
 #include "quillmere/Switchboard.h"
@@ -38,12 +39,17 @@ private:
     int SendToServer(std::string_view identity, zmq::message_t body) override;
     int SendToClient(std::size_t address, std::string_view client, zmq::message_t body) override;
 
+    void HangUp(const Message& message) override { CloseConnectionOf(message); }
+
+    std::string PeerOf(const Message& message) override { return desk::PeerOf(message); }
+
     void RestoreServers();
     std::vector<zmq::pollitem_t> MakePollItems(int stop);
-    std::chrono::milliseconds TimeUntilRelease() const;
+    std::chrono::milliseconds TimeUntilCatchUp() const;
 
     zmq::context_t& mContext;
     SocketFolder mFolder;
+    Connections mConnections;
     Router mServers;
     std::deque<Router> mClients; // by number of the address
     Switchboard mSwitchboard;

@@ -104,15 +104,16 @@ std::string TraceLine(const Passage& passage, std::chrono::system_clock::time_po
 
 std::string Table(const std::vector<ServerReport>& reports)
 {
-    using Row = std::array<std::string, 8>;
-    constexpr std::size_t kAddress = 6; // names stand last: long ones then leave the numbers in their columns
+    using Row = std::array<std::string, 9>;
+    constexpr std::size_t kAddress = 7; // names stand last: long ones then leave the numbers in their columns
 
-    std::vector<Row> rows{{"passed", "answered", "dropped", "waiting", "median ms", "worst ms", "address", "identity"}};
+    std::vector<Row> rows{
+        {"passed", "answered", "dropped", "waiting", "lost", "median ms", "worst ms", "address", "identity"}};
     for (const ServerReport& report : reports)
     {
         rows.push_back({std::to_string(report.passed), std::to_string(report.answered), std::to_string(report.dropped),
-                        std::to_string(report.waiting), Milliseconds(report.median), Milliseconds(report.worst),
-                        Escape(report.address), Escape(report.identity)});
+                        std::to_string(report.waiting), std::to_string(report.lost), Milliseconds(report.median),
+                        Milliseconds(report.worst), Escape(report.address), Escape(report.identity)});
     }
 
     std::array<std::size_t, std::tuple_size_v<Row>> widths{};

@@ -5,12 +5,35 @@
 namespace zeb::tolvo::desk
 {
 
-RequestOrder::RequestOrder(Duration quietTime, TimePoint now) : mQuietTime(quietTime), mHeldUntil(now + quietTime) {}
-
-std::size_t RequestOrder::Restart(TimePoint now)
+std::size_t RequestOrder::Close()
 {
-    mHeldUntil = now + mQuietTime;
+    const std::size_t underWay = Pause();
+    mState = State::Closed;
+    return underWay + std::exchange(mWaiting, {}).size();
+}
+
+std::size_t RequestOrder::Pause()
+{
+    mState = State::Paused;
+    mHeldUntil.reset();
+    if (!mUnderWay.empty()) mFirstUnused = mNewestAtSend + 1;
     return std::exchange(mUnderWay, {}).size();
+}
+
+bool RequestOrder::Open(Connection connection, TimePoint now)
+{
+    if (connection < mFirstUnused) return false;
+    mState = State::Open;
+    mConnection = connection;
+    mHeldUntil = now + mQuietTime;
+    return true;
+}
+
+std::size_t RequestOrder::Lose()
+{
+    const std::size_t forgotten = Close();
+    mFirstUnused = 0;
+    return forgotten;
 }
 
 bool RequestOrder::Add(Request request)
@@ -22,13 +45,14 @@ bool RequestOrder::Add(Request request)
 
 Request* RequestOrder::Next(TimePoint now)
 {
-    if (mHeldUntil && now < *mHeldUntil) return nullptr;
+    if (mState != State::Open || (mHeldUntil && now < *mHeldUntil)) return nullptr;
     mHeldUntil.reset();
     return mWaiting.empty() || mUnderWay.size() >= kMostUnderWay ? nullptr : &mWaiting.front();
 }
 
-void RequestOrder::Sent(TimePoint now)
+void RequestOrder::Sent(Connection newest, TimePoint now)
 {
+    mNewestAtSend = newest;
     mUnderWay.push_back({std::move(mWaiting.front().client), now});
     mWaiting.pop_front();
 }

@@ -1,5 +1,6 @@
 #include "quillmere/Router.h"
 
+#include "quillmere/Connections.h"
 #include "quillmere/Endpoint.h"
 #include "quillmere/Lines.h"
 
@@ -35,12 +36,13 @@ std::unique_ptr<SocketFile> MakeSocketFile(const std::string& endpoint)
 
 } // namespace
 
-Router::Router(zmq::context_t& context, const std::string& endpoint)
+Router::Router(zmq::context_t& context, const std::string& endpoint, const std::string& domain)
     : mEndpoint(endpoint), mSocket(context, zmq::socket_type::router)
 {
     mSocket.set(zmq::sockopt::router_handover, true); // a restarted peer takes its identity back
     mSocket.set(zmq::sockopt::router_mandatory, true);
     mSocket.set(zmq::sockopt::linger, 0);
+    if (!domain.empty()) mSocket.set(zmq::sockopt::zap_domain, domain);
     if (IsTcp(endpoint)) SendHeartbeats(mSocket);
     Bind(MakeSocketFile(endpoint));
 }
@@ -82,6 +84,7 @@ std::optional<Message> Router::Receive()
         isMore = frame.more();
         if (message.frames == 0) message.body = std::move(frame);
     }
+    message.connection = ConnectionOf(message.body);
     return message;
 }
 

@@ -18,8 +18,9 @@ namespace zeb::tolvo::desk
 class Router
 {
 public:
+    /// @param domain `Connections::kDomain`, or empty.
     /// @throws std::exception that tells why the endpoint can't be bound.
-    Router(zmq::context_t& context, const std::string& endpoint);
+    Router(zmq::context_t& context, const std::string& endpoint, const std::string& domain = {});
 
     /// Binds the endpoint again when its socket file has gone; connections of before are closed.
     /// @return whether it has.

@@ -3,6 +3,7 @@
 #include "quillmere/Lines.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <exception>
 #include <stdexcept>
 #include <utility>
@@ -18,12 +19,18 @@ Switchboard::Switchboard(Wires& wires, std::size_t longestAddress, std::chrono::
 void Switchboard::TakeFromServer(Message message, TimePoint now)
 {
     const std::string_view identity = message.sender.to_string_view();
+    if (!identity.empty() && identity.front() == '\0')
+    {
+        Warn("message from " + Quote(identity) +
+             " refused: it gave no identity of its own, or another connection has taken it over");
+        return;
+    }
     if (message.frames == 1)
     {
         if (const auto registration = ReadRegistration(message.body.to_string_view(), mLongestAddress))
         {
             Trace(Passage::Kind::Registration, identity, {}, message.body);
-            Register(identity, *registration, now);
+            Register(message, *registration, now);
             return;
         }
     }
@@ -45,26 +52,31 @@ void Switchboard::TakeFromClient(std::size_t address, Message message, TimePoint
 
     if (message.frames != 1)
         drop("it has " + std::to_string(message.frames) + " frames");
+    else if (server.order.IsClosed())
+        drop(Quote(server.identity) + " has gone, or its registration was refused");
     else if (!server.order.Add({message.sender.to_string(), std::move(message.body)}))
         drop("too many wait for " + Quote(server.identity));
     else
         Forward(server, now);
 }
 
-void Switchboard::ReleaseHeld(TimePoint now)
+void Switchboard::CatchUp(TimePoint now)
 {
-    for (auto& [identity, server] : mServers)
-        if (server.order.HeldUntil()) Forward(server, now);
+    while (!mHeld.empty() && mHeld.begin()->first <= now)
+    {
+        Server& server = *mHeld.begin()->second;
+        mHeld.erase(mHeld.begin());
+        Forward(server, now);
+        if (const auto until = server.order.HeldUntil()) mHeld.emplace(*until, &server);
+    }
+    TellOfLosses(now);
 }
 
-std::optional<Switchboard::TimePoint> Switchboard::NextRelease() const
+std::optional<Switchboard::TimePoint> Switchboard::NextCatchUp() const
 {
     std::optional<TimePoint> next;
-    for (const auto& [identity, server] : mServers)
-    {
-        const std::optional<TimePoint> until = server.order.HeldUntil();
-        if (until && (!next || *until < *next)) next = until;
-    }
+    if (mLossesToTell > 0) next = mNextLossLine;
+    if (!mHeld.empty() && (!next || mHeld.begin()->first < *next)) next = mHeld.begin()->first;
     return next;
 }
 
@@ -75,49 +87,38 @@ std::vector<ServerReport> Switchboard::Report() const
     for (const auto& [identity, server] : mServers)
     {
         reports.push_back({mAddresses[server.address].name, identity, server.passed, server.answered, server.dropped,
-                           server.order.Unanswered(), server.answerTimes.Percentile(kHalf),
+                           server.order.Unanswered(), server.lost, server.answerTimes.Percentile(kHalf),
                            server.answerTimes.Worst()});
     }
     return reports;
 }
 
-void Switchboard::Register(std::string_view identity, const Registration& registration, TimePoint now)
+void Switchboard::Register(const Message& message, const Registration& registration, TimePoint now)
 {
+    const std::string_view identity = message.sender.to_string_view();
     try
     {
-        Server& server = FindOrAddServer(identity, registration, now);
+        Server& server = FindOrAddServer(identity, registration);
         mWires.Restore(server.address);
-        Address& address = mAddresses[server.address];
-        Server* const earlier = std::exchange(address.server, &server);
-        std::string line = Quote(identity) + " registered as " + Quote(address.name);
-        if (earlier != nullptr && earlier != &server) line += ", which " + Quote(earlier->identity) + " served";
-        Note(line);
+        Open(server, message, now);
     }
     catch (const std::exception& refusal)
     {
+        const auto known = mServers.find(identity);
         Warn("registration of " + Quote(identity) + " as " + Quote(registration.address) +
-             " refused: " + refusal.what());
+             " refused: " + refusal.what() + (known == mServers.end() ? "" : Refuse(known->second, message)));
     }
 }
 
-Switchboard::Server& Switchboard::FindOrAddServer(std::string_view identity, const Registration& registration,
-                                                  TimePoint now)
+Switchboard::Server& Switchboard::FindOrAddServer(std::string_view identity, const Registration& registration)
 {
-    const auto found = mServers.find(identity);
-    if (found != mServers.end())
-    {
-        // Also when it is refused below. It comes from a fresh connection, or it is the reply to a client that made the
-        // server echo it: either way nobody knows any more whose turn it is.
-        const std::size_t forgotten = found->second.order.Restart(now);
-        found->second.dropped += forgotten;
-        if (forgotten > 0) Warn("requests under way to " + Quote(identity) + " dropped: " + std::to_string(forgotten));
-    }
     if (!registration.fault.empty()) throw std::runtime_error(registration.fault);
+    const auto found = mServers.find(identity);
     if (found == mServers.end())
     {
         const std::size_t address = FindOrBindAddress(registration.address);
-        Server server{std::string(identity), address, RequestOrder(mQuietTime, now), {}};
-        return mServers.emplace(identity, std::move(server)).first->second;
+        return mServers.emplace(identity, Server{std::string(identity), address, RequestOrder(mQuietTime)})
+            .first->second;
     }
     const std::string& kept = mAddresses[found->second.address].name;
     if (registration.address != kept) throw std::runtime_error("it keeps its address " + Quote(kept));
@@ -135,17 +136,74 @@ std::size_t Switchboard::FindOrBindAddress(const std::string& name)
     return mAddresses.size() - 1;
 }
 
+void Switchboard::Open(Server& server, const Message& message, TimePoint now)
+{
+    Address& address = mAddresses[server.address];
+    Server* const earlier = std::exchange(address.server, &server);
+    const std::string before = std::exchange(server.peer, mWires.PeerOf(message));
+    std::string line = Quote(server.identity) + " registered as " + Quote(address.name);
+    if (earlier != nullptr && earlier != &server) line += ", which " + Quote(earlier->identity) + " served";
+    if (!before.empty() && before != server.peer) line += "; " + server.peer + " took over from " + before;
+    Note(line);
+
+    Forget(server, server.order.Pause());
+    if (server.order.Open(message.connection, now))
+        mHeld.emplace(*server.order.HeldUntil(), &server);
+    else
+        HangUp(server, message);
+}
+
+/// @return what becomes of the server.
+std::string Switchboard::Refuse(Server& server, const Message& message)
+{
+    // A server of the library registers once over a connection. A client has made it echo this.
+    if (server.order.IsOpenOn(message.connection))
+    {
+        Forget(server, server.order.Pause());
+        HangUp(server, message);
+        return {};
+    }
+    const std::string peer = mWires.PeerOf(message);
+    Forget(server, server.order.Close());
+    return "; no request goes to " + Quote(server.identity) + " until it registers as " +
+           Quote(mAddresses[server.address].name) +
+           (peer == server.peer ? "" : "; " + peer + " took over from " + server.peer);
+}
+
+void Switchboard::HangUp(Server& server, const Message& message)
+{
+    if (std::exchange(server.hungUp, message.connection) == message.connection) return;
+    Note(Quote(server.identity) + " has to connect anew: it may hold requests from before it registered");
+    mWires.HangUp(message);
+}
+
+void Switchboard::Forget(Server& server, std::size_t requests)
+{
+    if (requests == 0) return;
+    server.dropped += requests;
+    Warn("requests to " + Quote(server.identity) + " dropped: " + std::to_string(requests));
+}
+
 void Switchboard::Return(Server& server, Message reply, TimePoint now)
 {
-    const std::optional<RequestUnderWay> request = server.order.TakeReply(now);
-    if (!request)
+    const auto drop = [&](const std::string& reason) {
+        Warn("reply of " + Quote(server.identity) + " dropped: " + reason);
+    };
+
+    if (!server.order.IsOpenOn(reply.connection))
     {
-        Warn("reply of " + Quote(server.identity) + " dropped: nobody waits for it");
+        drop("it came over a connection that is not registered");
+        if (!server.order.IsClosed() && server.order.IsNewer(reply.connection)) Forget(server, server.order.Pause());
+        return;
+    }
+    if (const std::optional<RequestUnderWay> request = server.order.TakeReply(now); !request)
+    {
+        drop("nobody waits for it");
     }
     else if (reply.frames != 1)
     {
         ++server.dropped;
-        Warn("reply of " + Quote(server.identity) + " dropped: it has " + std::to_string(reply.frames) + " frames");
+        drop("it has " + std::to_string(reply.frames) + " frames");
     }
     else
     {
@@ -153,9 +211,26 @@ void Switchboard::Return(Server& server, Message reply, TimePoint now)
         Trace(Passage::Kind::Reply, mAddresses[server.address].name, request->client, reply.body, time);
         ++server.answered;
         server.answerTimes.Add(time);
-        mWires.SendToClient(server.address, request->client, std::move(reply.body)); // one that has gone misses nothing
+        Deliver(server, request->client, std::move(reply.body), now);
     }
     Forward(server, now);
+}
+
+void Switchboard::Deliver(Server& server, const std::string& client, zmq::message_t body, TimePoint now)
+{
+    if (mWires.SendToClient(server.address, client, std::move(body)) != EAGAIN) return; // one that has gone misses none
+    ++server.lost;
+    ++mLossesToTell;
+    TellOfLosses(now);
+}
+
+/// Once a second at most.
+void Switchboard::TellOfLosses(TimePoint now)
+{
+    if (mLossesToTell == 0 || now < mNextLossLine) return;
+    Warn("replies lost, since the queues to their clients are full: " +
+         std::to_string(std::exchange(mLossesToTell, 0)));
+    mNextLossLine = now + std::chrono::seconds(1);
 }
 
 void Switchboard::Forward(Server& server, TimePoint now)
@@ -168,13 +243,14 @@ void Switchboard::Forward(Server& server, TimePoint now)
         if (error == 0)
         {
             ++server.passed;
-            server.order.Sent(now);
+            server.order.Sent(mNewest, now);
             continue;
         }
         ++server.dropped;
         Warn("request of " + Quote(request->client) + " to " + Quote(address) + " dropped: " + Quote(server.identity) +
              " can't be reached: " + zmq_strerror(error));
         server.order.Drop();
+        if (error == EHOSTUNREACH) Forget(server, server.order.Lose());
     }
 }
 

@@ -32,11 +32,17 @@ public:
 
     /// A server registers an address that was bound before: clients must be able to connect to it, too.
     /// @throws std::exception that tells why they can't.
-    virtual void Restore(std::size_t /*address*/) {}
+    virtual void Restore(std::size_t address) = 0;
 
     // Each returns 0, or the error number when the frame can't be sent now.
     virtual int SendToServer(std::string_view identity, zmq::message_t body) = 0;
     virtual int SendToClient(std::size_t address, std::string_view client, zmq::message_t body) = 0;
+
+    /// Closes the connection that a message of a server came over. A server of the library connects and registers anew.
+    virtual void HangUp(const Message& message) = 0;
+
+    /// @return who sent a message of a server, for a line.
+    virtual std::string PeerOf(const Message& message) = 0;
 };
 
 /// A frame that passes the switchboard.
@@ -68,6 +74,7 @@ struct ServerReport
     std::uint64_t answered = 0; ///< by the server, whether or not the client was still there
     std::uint64_t dropped = 0;  ///< nobody will answer them
     std::uint64_t waiting = 0;  ///< for their turn or for the reply
+    std::uint64_t lost = 0;     ///< of the answered: the client's queue was full
     AnswerTimes::Duration median{0};
     AnswerTimes::Duration worst{0};
 };
@@ -84,15 +91,20 @@ public:
     /// @param tracer may be empty.
     Switchboard(Wires& wires, std::size_t longestAddress, std::chrono::milliseconds quietTime, Tracer tracer);
 
+    /// A server connects. Call it before ZeroMQ lets the connection in.
+    /// @return the number of the connection, which each message that comes over it must carry.
+    RequestOrder::Connection AddConnection() { return ++mNewest; }
+
     /// @param now when the wake-up began in which the message was taken.
     void TakeFromServer(Message message, TimePoint now);
     void TakeFromClient(std::size_t address, Message message, TimePoint now);
 
-    /// Sends requests to the servers whose quiet time is over. First take what the servers have sent.
-    void ReleaseHeld(TimePoint now);
+    /// Does what was put off: sends requests to the servers whose quiet time is over, and tells of lost replies. First
+    /// take what the servers have sent.
+    void CatchUp(TimePoint now);
 
-    /// @return when `ReleaseHeld` must be called at the latest; nothing when no server is in its quiet time.
-    std::optional<TimePoint> NextRelease() const;
+    /// @return when `CatchUp` must be called at the latest; nothing when nothing was put off.
+    std::optional<TimePoint> NextCatchUp() const;
 
     /// @return one for each identity that has ever registered.
     std::vector<ServerReport> Report() const;
@@ -111,16 +123,25 @@ private:
         std::string identity;
         std::size_t address; // the same for life
         RequestOrder order;
-        AnswerTimes answerTimes;
+        std::string peer{}; // who registered last
+        RequestOrder::Connection hungUp = 0;
+        AnswerTimes answerTimes{};
         std::uint64_t passed = 0;
         std::uint64_t answered = 0;
         std::uint64_t dropped = 0;
+        std::uint64_t lost = 0;
     };
 
-    void Register(std::string_view identity, const Registration& registration, TimePoint now);
-    Server& FindOrAddServer(std::string_view identity, const Registration& registration, TimePoint now);
+    void Register(const Message& message, const Registration& registration, TimePoint now);
+    Server& FindOrAddServer(std::string_view identity, const Registration& registration);
     std::size_t FindOrBindAddress(const std::string& name);
+    void Open(Server& server, const Message& message, TimePoint now);
+    std::string Refuse(Server& server, const Message& message);
+    void HangUp(Server& server, const Message& message);
+    void Forget(Server& server, std::size_t requests);
     void Return(Server& server, Message reply, TimePoint now);
+    void Deliver(Server& server, const std::string& client, zmq::message_t body, TimePoint now);
+    void TellOfLosses(TimePoint now);
     void Forward(Server& server, TimePoint now);
     void Trace(Passage::Kind kind, std::string_view name, std::string_view client, const zmq::message_t& body,
                AnswerTimes::Duration answerTime = {}) const;
@@ -129,8 +150,12 @@ private:
     std::size_t mLongestAddress;
     std::chrono::milliseconds mQuietTime;
     Tracer mTracer;
-    std::vector<Address> mAddresses; // by number
+    RequestOrder::Connection mNewest = 0; // of the servers' connections
+    std::vector<Address> mAddresses;      // by number
     std::map<std::string, Server, std::less<>> mServers;
+    std::multimap<TimePoint, Server*> mHeld; // by when to look at each again; it may then be held for longer
+    std::uint64_t mLossesToTell = 0;
+    TimePoint mNextLossLine{};
 };
 
 } // namespace zeb::tolvo::desk
