@@ -1,5 +1,5 @@
 // A client of the soak: asks one service until its standard input ends, each byte of which is an interrupt to publish.
-// soak_client persistent|dealer ENDPOINT INTERRUPT-ENDPOINT NUMBER SEED
+// soak_client persistent|dealer ENDPOINT INTERRUPT-ENDPOINT NUMBER SEED LONGEST-TIME-OUT
 // Its standard output is a file that holds its counts.
 
 #include "soak.h"
@@ -31,7 +31,6 @@ using namespace zeb::tolvo;
 using soak::ByteVector;
 
 constexpr std::size_t kLargestBody = 262'144;
-constexpr int kLongestTimeoutMs = 200;
 constexpr int kLongestPauseUs = 4000;
 
 /// The statuses that may come. How often each has is counted, then any other, then wrong answers.
@@ -53,7 +52,8 @@ std::int64_t NowNs() { return std::chrono::nanoseconds(std::chrono::steady_clock
 class Client
 {
 public:
-    Client(std::uint64_t number, std::uint64_t seed) : mNumber(number), mRandom(seed)
+    Client(std::uint64_t number, std::uint64_t seed, std::size_t longestTimeout)
+        : mNumber(number), mRandom(seed), mLongestTimeout(longestTimeout)
     {
         std::generate(mBytes.begin(), mBytes.end(), [this] { return static_cast<unsigned char>(mRandom()); });
     }
@@ -63,7 +63,7 @@ public:
     {
         const ByteVector request = MakeRequest();
         ByteVector response;
-        const std::size_t timeout = UpTo(UpTo(kLongestTimeoutMs)); // short ones more often: replies then come late
+        const std::size_t timeout = UpTo(UpTo(mLongestTimeout)); // short ones more often: replies then come late
         const StatusCode status = send(request, response, static_cast<int>(timeout));
         auto outcome =
             static_cast<std::size_t>(std::find(kExpected.begin(), kExpected.end(), status) - kExpected.begin());
@@ -102,6 +102,7 @@ private:
     std::uint64_t mNumber;
     std::uint64_t mRequests = 0;
     std::mt19937_64 mRandom;
+    std::size_t mLongestTimeout; // milliseconds
     std::array<unsigned char, 2 * kLargestBody> mBytes{};
     std::array<std::uint64_t, kExpected.size() + 2> mCounts{};
 };
@@ -110,7 +111,7 @@ private:
 
 int main(int argc, char** argv)
 {
-    if (argc != 6) return 2;
+    if (argc != 7) return 2;
     zebl::Log::RootLogger::GetInstance().SetLevel(TolvoLogLevel::Critical); // no line for each time-out
     soak::LetSignalInterrupt();
 
@@ -141,7 +142,7 @@ int main(int argc, char** argv)
         return status;
     };
 
-    Client client(std::stoull(argv[4]), std::stoull(argv[5]));
+    Client client(std::stoull(argv[4]), std::stoull(argv[5]), std::stoull(argv[6]));
     while (!isEnding) client.Ask(send);
     interrupter.join();
     return 0;
