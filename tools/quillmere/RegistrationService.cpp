@@ -1,10 +1,13 @@
 #include "quillmere/RegistrationService.h"
 
 #include "quillmere/Lines.h"
+#include "quillmere/Questions.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <optional>
+#include <stdexcept>
+#include <string>
 #include <utility>
 
 namespace zeb::tolvo::desk
@@ -18,6 +21,7 @@ enum PollPosition : std::size_t
     kStop,
     kConnections,
     kServers,
+    kRegistry,
     kFirstAddress,
 };
 
@@ -54,18 +58,21 @@ void TakeBurst(Router& router, Taker take)
 } // namespace
 
 RegistrationService::RegistrationService(zmq::context_t& context, const std::string& servers,
-                                         const std::string& clients, std::chrono::milliseconds quietTime, Tracer tracer)
+                                         const std::string& clients, const std::optional<Access>& access,
+                                         std::chrono::milliseconds quietTime, Tracer tracer)
     : mContext(context),
+      mAccess(access),
       mFolder(clients),
       mConnections(context),
-      mServers(context, servers, Connections::kDomain),
+      mServers(context, servers, access, Connections::kDomain),
+      mRegistry(context, mFolder.EndpointOf(kRegistryName), access),
       mSwitchboard(*this, mFolder.LongestName(), quietTime, std::move(tracer))
 {
 }
 
 void RegistrationService::Run(int stop)
 {
-    RestoreServers();
+    RestoreOwn();
     for (;;)
     {
         std::vector<zmq::pollitem_t> items = MakePollItems(stop);
@@ -77,6 +84,7 @@ void RegistrationService::Run(int stop)
         if (IsReadable(items[kServers]))
             TakeBurst(mServers, [&](Message message) { mSwitchboard.TakeFromServer(std::move(message), now); });
         mSwitchboard.CatchUp(now);
+        if (IsReadable(items[kRegistry])) AnswerQuestions();
         for (std::size_t position = kFirstAddress; position < items.size(); ++position)
         {
             if (!IsReadable(items[position])) continue;
@@ -89,12 +97,13 @@ void RegistrationService::Run(int stop)
 
 void RegistrationService::Bind(const std::string& address)
 {
-    mClients.emplace_back(mContext, mFolder.EndpointOf(address));
+    if (address == kRegistryName) throw std::runtime_error("that is the registration service's own socket");
+    mClients.emplace_back(mContext, mFolder.EndpointOf(address), mAccess);
 }
 
 void RegistrationService::Restore(std::size_t address)
 {
-    RestoreServers();
+    RestoreOwn();
     mClients[address].Restore();
 }
 
@@ -108,11 +117,21 @@ int RegistrationService::SendToClient(std::size_t address, std::string_view clie
     return mClients[address].Send(client, std::move(body));
 }
 
-void RegistrationService::RestoreServers()
+void RegistrationService::AnswerQuestions()
+{
+    const std::vector<ServerReport> reports = Report(); // one for all of a burst
+    TakeBurst(mRegistry, [&](const Message& question) {
+        const std::string answer = AnswerQuestion(question.body.to_string_view(), reports);
+        mRegistry.Send(question.sender.to_string_view(), zmq::message_t(answer)); // one that has gone misses nothing
+    });
+}
+
+void RegistrationService::RestoreOwn()
 {
     try
     {
         if (mServers.Restore()) Note("the servers' endpoint had lost its socket file and is bound again");
+        mRegistry.Restore();
     }
     catch (const std::exception& failure)
     {
@@ -126,6 +145,7 @@ std::vector<zmq::pollitem_t> RegistrationService::MakePollItems(int stop)
     items[kStop] = {nullptr, stop, ZMQ_POLLIN, 0};
     items[kConnections] = mConnections.MakePollItem();
     items[kServers] = mServers.MakePollItem();
+    items[kRegistry] = mRegistry.MakePollItem();
     std::transform(mClients.begin(), mClients.end(), items.begin() + kFirstAddress,
                    [](Router& clients) { return clients.MakePollItem(); });
     return items;

@@ -9,6 +9,7 @@
 
 #include <chrono>
 #include <deque>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -20,12 +21,13 @@ namespace zeb::tolvo::desk
 class RegistrationService : private Wires
 {
 public:
-    /// Binds the endpoint of the servers.
-    /// @param clients directory in which a registration binds its address.
+    /// Binds the endpoint of the servers, and in the directory `clients` a socket that tells what there is.
+    /// @param clients directory in which a registration binds its address, too.
+    /// @param access to each socket.
     /// @param tracer may be empty.
     /// @throws std::exception that tells what can't be used.
     RegistrationService(zmq::context_t& context, const std::string& servers, const std::string& clients,
-                        std::chrono::milliseconds quietTime, Tracer tracer = {});
+                        const std::optional<Access>& access, std::chrono::milliseconds quietTime, Tracer tracer = {});
 
     /// Serves until the descriptor `stop` is readable. May be called again. A registration and each call also bind
     /// again what has lost its socket file: a registration its address, and both the endpoint of the servers.
@@ -43,14 +45,17 @@ private:
 
     std::string PeerOf(const Message& message) override { return desk::PeerOf(message); }
 
-    void RestoreServers();
+    void AnswerQuestions();
+    void RestoreOwn();
     std::vector<zmq::pollitem_t> MakePollItems(int stop);
     std::chrono::milliseconds TimeUntilCatchUp() const;
 
     zmq::context_t& mContext;
+    std::optional<Access> mAccess;
     SocketFolder mFolder;
     Connections mConnections;
     Router mServers;
+    Router mRegistry;
     std::deque<Router> mClients; // by number of the address
     Switchboard mSwitchboard;
 };

@@ -30,13 +30,6 @@ std::string TimeOfDay(std::chrono::system_clock::time_point now)
     return text.str();
 }
 
-/// A routing id that ZeroMQ made is a zero byte and a number.
-std::string ClientName(std::string_view client)
-{
-    constexpr std::size_t kMade = 5;
-    return client.size() == kMade && client.front() == '\0' ? Hex(client.substr(1)) : Escape(client);
-}
-
 /// @return nothing when `body` holds something else than printable ASCII and white space.
 std::optional<std::string> Text(std::string_view body)
 {
@@ -73,6 +66,12 @@ std::string Preview(std::string_view body, std::size_t columns)
 
 } // namespace
 
+std::string ClientName(std::string_view client)
+{
+    constexpr std::size_t kMade = 5; // a zero byte and a number
+    return client.size() == kMade && client.front() == '\0' ? Hex(client.substr(1)) : Escape(client);
+}
+
 std::string TraceLine(const Passage& passage, std::chrono::system_clock::time_point now)
 {
     constexpr int kNameWidth = 16;
@@ -85,6 +84,9 @@ std::string TraceLine(const Passage& passage, std::chrono::system_clock::time_po
     line << TimeOfDay(now) << ' ' << std::left << std::setw(kNameWidth) << Escape(passage.name);
     switch (passage.kind)
     {
+    case Passage::Kind::Registered:
+    case Passage::Kind::Loss:
+        return {};
     case Passage::Kind::Registration:
         line << std::setw(kPeerWidth) << " registers";
         break;

@@ -53,7 +53,7 @@ Request* RequestOrder::Next(TimePoint now)
 void RequestOrder::Sent(Connection newest, TimePoint now)
 {
     mNewestAtSend = newest;
-    mUnderWay.push_back({std::move(mWaiting.front().client), now});
+    mUnderWay.push_back({std::move(mWaiting.front().client), now, mWaiting.front().size});
     mWaiting.pop_front();
 }
 

@@ -16,6 +16,7 @@ struct Request
 {
     std::string client; ///< routing id
     zmq::message_t body;
+    std::size_t size = body.size(); ///< also when the body has been sent
 };
 
 /// A request that its server has not answered yet.
@@ -23,6 +24,7 @@ struct RequestUnderWay
 {
     std::string client; ///< routing id
     std::chrono::steady_clock::time_point sent;
+    std::size_t size = 0;
 };
 
 /// Which client gets the next reply of one server.
@@ -95,6 +97,8 @@ public:
 
     /// @return the number of requests that have no reply yet.
     std::size_t Unanswered() const { return mWaiting.size() + mUnderWay.size(); }
+
+    std::size_t UnderWay() const { return mUnderWay.size(); }
 
     /// @return when `Next` must be asked again at the latest; nothing when no hold is on.
     std::optional<TimePoint> HeldUntil() const { return mHeldUntil; }

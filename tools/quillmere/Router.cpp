@@ -28,29 +28,32 @@ void SendHeartbeats(zmq::socket_t& socket)
 }
 
 /// @return null when the endpoint has no file.
-std::unique_ptr<SocketFile> MakeSocketFile(const std::string& endpoint)
+std::unique_ptr<SocketFile> MakeSocketFile(const std::string& endpoint, const std::optional<Access>& access)
 {
     const std::string path = SocketPathOf(endpoint);
-    return path.empty() ? nullptr : std::make_unique<SocketFile>(path);
+    if (!path.empty()) return std::make_unique<SocketFile>(path, access);
+    if (access) throw std::runtime_error(Quote(endpoint) + " has no file that could have a mode");
+    return nullptr;
 }
 
 } // namespace
 
-Router::Router(zmq::context_t& context, const std::string& endpoint, const std::string& domain)
-    : mEndpoint(endpoint), mSocket(context, zmq::socket_type::router)
+Router::Router(zmq::context_t& context, const std::string& endpoint, const std::optional<Access>& access,
+               const std::string& domain)
+    : mEndpoint(endpoint), mAccess(access), mSocket(context, zmq::socket_type::router)
 {
     mSocket.set(zmq::sockopt::router_handover, true); // a restarted peer takes its identity back
     mSocket.set(zmq::sockopt::router_mandatory, true);
     mSocket.set(zmq::sockopt::linger, 0);
     if (!domain.empty()) mSocket.set(zmq::sockopt::zap_domain, domain);
     if (IsTcp(endpoint)) SendHeartbeats(mSocket);
-    Bind(MakeSocketFile(endpoint));
+    Bind(MakeSocketFile(mEndpoint, mAccess));
 }
 
 bool Router::Restore()
 {
     if (!mFile || mFile->IsThere()) return false;
-    std::unique_ptr<SocketFile> file = MakeSocketFile(mEndpoint);
+    std::unique_ptr<SocketFile> file = MakeSocketFile(mEndpoint, mAccess);
     mSocket.unbind(mSocket.get(zmq::sockopt::last_endpoint));
     Bind(std::move(file));
     return true;

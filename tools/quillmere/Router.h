@@ -19,8 +19,9 @@ class Router
 {
 public:
     /// @param domain `Connections::kDomain`, or empty.
-    /// @throws std::exception that tells why the endpoint can't be bound.
-    Router(zmq::context_t& context, const std::string& endpoint, const std::string& domain = {});
+    /// @throws std::exception that tells why the endpoint can't be bound, or not for `access` alone.
+    Router(zmq::context_t& context, const std::string& endpoint, const std::optional<Access>& access,
+           const std::string& domain = {});
 
     /// Binds the endpoint again when its socket file has gone; connections of before are closed.
     /// @return whether it has.
@@ -40,6 +41,7 @@ private:
     void Bind(std::unique_ptr<SocketFile> file);
 
     std::string mEndpoint;
+    std::optional<Access> mAccess;
     zmq::socket_t mSocket;
     std::unique_ptr<SocketFile> mFile; // null when the endpoint has none; goes before the socket closes
 };

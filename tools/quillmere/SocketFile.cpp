@@ -74,20 +74,34 @@ void RemoveWhatWasLeftBehind(const std::string& path)
     if (error != ECONNREFUSED || unlink(path.c_str()) != 0) Fail(error != ECONNREFUSED ? error : errno, path);
 }
 
+/// Lets in whom `access` says.
+void Open(const std::string& path, const Access& access)
+{
+    // By a descriptor: whoever may write to the directory could put a link in the file's place.
+    const Descriptor file(open(path.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    const std::string link = "/proc/self/fd/" + std::to_string(file.Get());
+    struct stat status = {};
+    if (fstat(file.Get(), &status) != 0 || !S_ISSOCK(status.st_mode)) Fail(errno, path);
+    const gid_t group = access.group.value_or(status.st_gid);
+    if (fchownat(file.Get(), "", static_cast<uid_t>(-1), group, AT_EMPTY_PATH) != 0 ||
+        chmod(link.c_str(), access.mode) != 0)
+        throw std::system_error(errno, std::generic_category(), "can't set mode or group of " + Quote(path));
+}
+
 } // namespace
 
-SocketFile::SocketFile(const std::string& path) : mPath(path), mSocket(MakeSocket(path))
+SocketFile::SocketFile(const std::string& path) : mPath(path), mSocket(MakeSocket(path)) {}
+
+SocketFile::SocketFile(const std::string& path, const std::optional<Access>& access) : SocketFile(path)
 {
     const Descriptor lock = LockFolderOf(path);
     RemoveWhatWasLeftBehind(path);
+    // The file gets no more rights than its socket has.
+    if (access && fchmod(mSocket.Get(), 0) != 0) Fail(errno, path);
     if (const int error = CallWithAddress(bind, mSocket, path)) Fail(error, path);
     mFile = Identify(path);
-    if (listen(mSocket.Get(), SOMAXCONN) != 0)
-    {
-        const int error = errno;
-        unlink(path.c_str());
-        Fail(error, path);
-    }
+    if (listen(mSocket.Get(), SOMAXCONN) != 0) Fail(errno, path);
+    if (access) Open(path, *access);
 }
 
 SocketFile::~SocketFile()

@@ -1,7 +1,9 @@
 #pragma once
 
 #include "common/Descriptor.h"
+#include "quillmere/Access.h"
 
+#include <optional>
 #include <string>
 #include <sys/types.h>
 #include <utility>
@@ -11,12 +13,12 @@ namespace zeb::tolvo::desk
 
 /// A listening Unix socket and its file, which takes nobody's place: a file that is no socket, or a socket where
 /// somebody answers, is left alone. One that was left behind is replaced. The file goes with its owner, unless
-/// somebody else's stands there by then.
+/// somebody else's stands there by then. It is never more open than `access` says, not for a moment.
 class SocketFile
 {
 public:
     /// @throws std::exception that tells why nothing can listen at `path`.
-    explicit SocketFile(const std::string& path);
+    SocketFile(const std::string& path, const std::optional<Access>& access);
     ~SocketFile();
 
     SocketFile(const SocketFile&) = delete;
@@ -29,6 +31,8 @@ public:
     int ReleaseDescriptor() { return mSocket.Release(); }
 
 private:
+    explicit SocketFile(const std::string& path);
+
     using FileId = std::pair<dev_t, ino_t>;
 
     static FileId Identify(const std::string& path);

@@ -29,7 +29,7 @@ void Switchboard::TakeFromServer(Message message, TimePoint now)
     {
         if (const auto registration = ReadRegistration(message.body.to_string_view(), mLongestAddress))
         {
-            Trace(Passage::Kind::Registration, identity, {}, message.body);
+            Trace({Passage::Kind::Registration, identity, {}, message.body.to_string_view(), {}, 0, 0, now});
             Register(message, *registration, now);
             return;
         }
@@ -46,6 +46,7 @@ void Switchboard::TakeFromClient(std::size_t address, Message message, TimePoint
     Server& server = *mAddresses[address].server;
     const auto drop = [&](const std::string& reason) {
         ++server.dropped;
+        Trace(About(server, Passage::Kind::Loss, {}, "request dropped: " + reason, now));
         Warn("request of " + Quote(message.sender.to_string_view()) + " to " + Quote(mAddresses[address].name) +
              " dropped: " + reason);
     };
@@ -83,12 +84,13 @@ std::optional<Switchboard::TimePoint> Switchboard::NextCatchUp() const
 std::vector<ServerReport> Switchboard::Report() const
 {
     constexpr double kHalf = 0.5;
+    const TimePoint now = std::chrono::steady_clock::now();
     std::vector<ServerReport> reports;
     for (const auto& [identity, server] : mServers)
     {
         reports.push_back({mAddresses[server.address].name, identity, server.passed, server.answered, server.dropped,
                            server.order.Unanswered(), server.lost, server.answerTimes.Percentile(kHalf),
-                           server.answerTimes.Worst()});
+                           server.answerTimes.Worst(), now - server.registered});
     }
     return reports;
 }
@@ -106,7 +108,7 @@ void Switchboard::Register(const Message& message, const Registration& registrat
     {
         const auto known = mServers.find(identity);
         Warn("registration of " + Quote(identity) + " as " + Quote(registration.address) +
-             " refused: " + refusal.what() + (known == mServers.end() ? "" : Refuse(known->second, message)));
+             " refused: " + refusal.what() + (known == mServers.end() ? "" : Refuse(known->second, message, now)));
     }
 }
 
@@ -145,8 +147,10 @@ void Switchboard::Open(Server& server, const Message& message, TimePoint now)
     if (earlier != nullptr && earlier != &server) line += ", which " + Quote(earlier->identity) + " served";
     if (!before.empty() && before != server.peer) line += "; " + server.peer + " took over from " + before;
     Note(line);
+    server.registered = now;
 
-    Forget(server, server.order.Pause());
+    Forget(server, server.order.Pause(), now);
+    Trace(About(server, Passage::Kind::Registered, {}, line, now));
     if (server.order.Open(message.connection, now))
         mHeld.emplace(*server.order.HeldUntil(), &server);
     else
@@ -154,17 +158,17 @@ void Switchboard::Open(Server& server, const Message& message, TimePoint now)
 }
 
 /// @return what becomes of the server.
-std::string Switchboard::Refuse(Server& server, const Message& message)
+std::string Switchboard::Refuse(Server& server, const Message& message, TimePoint now)
 {
     // A server of the library registers once over a connection. A client has made it echo this.
     if (server.order.IsOpenOn(message.connection))
     {
-        Forget(server, server.order.Pause());
+        Forget(server, server.order.Pause(), now);
         HangUp(server, message);
         return {};
     }
     const std::string peer = mWires.PeerOf(message);
-    Forget(server, server.order.Close());
+    Forget(server, server.order.Close(), now);
     return "; no request goes to " + Quote(server.identity) + " until it registers as " +
            Quote(mAddresses[server.address].name) +
            (peer == server.peer ? "" : "; " + peer + " took over from " + server.peer);
@@ -177,11 +181,13 @@ void Switchboard::HangUp(Server& server, const Message& message)
     mWires.HangUp(message);
 }
 
-void Switchboard::Forget(Server& server, std::size_t requests)
+void Switchboard::Forget(Server& server, std::size_t requests, TimePoint now)
 {
     if (requests == 0) return;
     server.dropped += requests;
-    Warn("requests to " + Quote(server.identity) + " dropped: " + std::to_string(requests));
+    const std::string line = "requests to " + Quote(server.identity) + " dropped: " + std::to_string(requests);
+    Trace(About(server, Passage::Kind::Loss, {}, line, now));
+    Warn(line);
 }
 
 void Switchboard::Return(Server& server, Message reply, TimePoint now)
@@ -193,7 +199,8 @@ void Switchboard::Return(Server& server, Message reply, TimePoint now)
     if (!server.order.IsOpenOn(reply.connection))
     {
         drop("it came over a connection that is not registered");
-        if (!server.order.IsClosed() && server.order.IsNewer(reply.connection)) Forget(server, server.order.Pause());
+        if (!server.order.IsClosed() && server.order.IsNewer(reply.connection))
+            Forget(server, server.order.Pause(), now);
         return;
     }
     if (const std::optional<RequestUnderWay> request = server.order.TakeReply(now); !request)
@@ -208,7 +215,10 @@ void Switchboard::Return(Server& server, Message reply, TimePoint now)
     else
     {
         const AnswerTimes::Duration time = now - request->sent;
-        Trace(Passage::Kind::Reply, mAddresses[server.address].name, request->client, reply.body, time);
+        Passage passage = About(server, Passage::Kind::Reply, request->client, reply.body.to_string_view(), now);
+        passage.answerTime = time;
+        passage.requestSize = request->size;
+        Trace(passage);
         ++server.answered;
         server.answerTimes.Add(time);
         Deliver(server, request->client, std::move(reply.body), now);
@@ -220,6 +230,7 @@ void Switchboard::Deliver(Server& server, const std::string& client, zmq::messag
 {
     if (mWires.SendToClient(server.address, client, std::move(body)) != EAGAIN) return; // one that has gone misses none
     ++server.lost;
+    Trace(About(server, Passage::Kind::Loss, client, "reply lost: the queue to its client is full", now));
     ++mLossesToTell;
     TellOfLosses(now);
 }
@@ -238,7 +249,9 @@ void Switchboard::Forward(Server& server, TimePoint now)
     const std::string& address = mAddresses[server.address].name;
     while (Request* const request = server.order.Next(now))
     {
-        Trace(Passage::Kind::Request, address, request->client, request->body);
+        Passage passage = About(server, Passage::Kind::Request, request->client, request->body.to_string_view(), now);
+        ++passage.underWay;
+        Trace(passage);
         const int error = mWires.SendToServer(server.identity, std::move(request->body));
         if (error == 0)
         {
@@ -247,17 +260,23 @@ void Switchboard::Forward(Server& server, TimePoint now)
             continue;
         }
         ++server.dropped;
+        Trace(About(server, Passage::Kind::Loss, request->client, "request dropped: can't be reached", now));
         Warn("request of " + Quote(request->client) + " to " + Quote(address) + " dropped: " + Quote(server.identity) +
              " can't be reached: " + zmq_strerror(error));
         server.order.Drop();
-        if (error == EHOSTUNREACH) Forget(server, server.order.Lose());
+        if (error == EHOSTUNREACH) Forget(server, server.order.Lose(), now);
     }
 }
 
-void Switchboard::Trace(Passage::Kind kind, std::string_view name, std::string_view client, const zmq::message_t& body,
-                        AnswerTimes::Duration answerTime) const
+Passage Switchboard::About(const Server& server, Passage::Kind kind, std::string_view client, std::string_view body,
+                           TimePoint now) const
 {
-    if (mTracer) mTracer({kind, name, client, body.to_string_view(), answerTime});
+    return {kind, mAddresses[server.address].name, client, body, {}, 0, server.order.UnderWay(), now};
+}
+
+void Switchboard::Trace(const Passage& passage) const
+{
+    if (mTracer) mTracer(passage);
 }
 
 } // namespace zeb::tolvo::desk

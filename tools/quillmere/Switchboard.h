@@ -53,6 +53,8 @@ struct Passage
         Registration,
         Request,
         Reply,
+        Registered, // no frame: a registration was accepted; the body says whose
+        Loss,       // no frame: what was dropped or lost; the body says why
     };
 
     Kind kind;
@@ -60,6 +62,9 @@ struct Passage
     std::string_view client; ///< routing id; empty for a registration
     std::string_view body;
     AnswerTimes::Duration answerTime; ///< from the request's passing to this reply; zero for the other kinds
+    std::size_t requestSize = 0;      ///< of the request that this reply answers
+    std::size_t underWay = 0;         ///< requests to the server, with this one; not for the kind Registration
+    std::chrono::steady_clock::time_point time{};
 };
 
 /// Told of each frame before it passes. What it is given is gone when it returns.
@@ -77,6 +82,7 @@ struct ServerReport
     std::uint64_t lost = 0;     ///< of the answered: the client's queue was full
     AnswerTimes::Duration median{0};
     AnswerTimes::Duration worst{0};
+    AnswerTimes::Duration sinceRegistered{0};
 };
 
 /// Who serves which address, and whose turn it is: passes each request to the server of its address and each reply to
@@ -124,6 +130,7 @@ private:
         std::size_t address; // the same for life
         RequestOrder order;
         std::string peer{}; // who registered last
+        TimePoint registered{};
         RequestOrder::Connection hungUp = 0;
         AnswerTimes answerTimes{};
         std::uint64_t passed = 0;
@@ -136,15 +143,16 @@ private:
     Server& FindOrAddServer(std::string_view identity, const Registration& registration);
     std::size_t FindOrBindAddress(const std::string& name);
     void Open(Server& server, const Message& message, TimePoint now);
-    std::string Refuse(Server& server, const Message& message);
+    std::string Refuse(Server& server, const Message& message, TimePoint now);
     void HangUp(Server& server, const Message& message);
-    void Forget(Server& server, std::size_t requests);
+    void Forget(Server& server, std::size_t requests, TimePoint now);
     void Return(Server& server, Message reply, TimePoint now);
     void Deliver(Server& server, const std::string& client, zmq::message_t body, TimePoint now);
     void TellOfLosses(TimePoint now);
     void Forward(Server& server, TimePoint now);
-    void Trace(Passage::Kind kind, std::string_view name, std::string_view client, const zmq::message_t& body,
-               AnswerTimes::Duration answerTime = {}) const;
+    Passage About(const Server& server, Passage::Kind kind, std::string_view client, std::string_view body,
+                  TimePoint now) const;
+    void Trace(const Passage& passage) const;
 
     Wires& mWires;
     std::size_t mLongestAddress;

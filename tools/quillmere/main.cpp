@@ -5,6 +5,7 @@
 #include "quillmere/RegistrationService.h"
 #include "quillmere/Report.h"
 #include "quillmere/Signals.h"
+#include "quillmere/Timeline.h"
 
 #include <cerrno>
 #include <chrono>
@@ -12,6 +13,8 @@
 #include <exception>
 #include <filesystem>
 #include <limits>
+#include <memory>
+#include <optional>
 #include <string>
 #include <sys/resource.h>
 #include <system_error>
@@ -27,11 +30,27 @@ struct Options
 {
     std::string servers;
     std::string clients;
+    std::optional<Access> access;
     int quietMs = kUsualQuietMs;
     bool isTracing = false;
+    std::string timeline;
 };
 
-void PrintPassage(const Passage& passage) { Print(TraceLine(passage, std::chrono::system_clock::now()) + '\n'); }
+void PrintPassage(const Passage& passage)
+{
+    const std::string line = TraceLine(passage, std::chrono::system_clock::now());
+    if (!line.empty()) Print(line + '\n');
+}
+
+Tracer MakeTracer(const Options& options)
+{
+    if (options.timeline.empty()) return options.isTracing ? PrintPassage : Tracer();
+    const auto timeline = std::make_shared<Timeline>(options.timeline);
+    return [timeline, isTracing = options.isTracing](const Passage& passage) {
+        timeline->Add(passage);
+        if (isTracing) PrintPassage(passage);
+    };
+}
 
 /// ZeroMQ ends the process when a connection finds no descriptor left.
 void RaiseDescriptorLimit()
@@ -48,11 +67,12 @@ void Serve(const Options& options)
     StopWaitingForReaders();
     RaiseDescriptorLimit();
     static_cast<void>(std::signal(SIGPIPE, SIG_IGN)); // a closed output must not leave sockets behind
+    static_cast<void>(std::signal(SIGXFSZ, SIG_IGN)); // a limit for files is like a full disk
     const Signals signals;
     zmq::context_t context;
     context.set(zmq::ctxopt::max_sockets, context.get(zmq::ctxopt::socket_limit)); // one for each address
-    RegistrationService service(context, options.servers, options.clients, std::chrono::milliseconds(options.quietMs),
-                                options.isTracing ? PrintPassage : Tracer());
+    RegistrationService service(context, options.servers, options.clients, options.access,
+                                std::chrono::milliseconds(options.quietMs), MakeTracer(options));
     const int error = Print("tolvo-quillmere: serving " + options.servers + ", clients in " +
                             std::filesystem::absolute(options.clients).native() + '\n');
     if (error != 0 && error != EAGAIN) throw std::system_error(error, std::generic_category(), "standard output");
@@ -81,13 +101,27 @@ int main(int argc, char** argv)
     app.add_option("--clients", options.clients, "existing directory; address A is served at\nipc://DIRECTORY/A")
         ->required()
         ->type_name("DIRECTORY");
+    CLI::Option* const mode =
+        app.add_option_function<std::string>(
+               "--mode", [&](const std::string& text) { options.access.emplace().mode = ReadMode(text); },
+               "of each socket file, such as 0660; the umask's\nunless told")
+            ->type_name("MODE");
+    app.add_option_function<std::string>(
+           "--group", [&](const std::string& name) { options.access.value().group = ReadGroup(name); },
+           "of each socket file")
+        ->needs(mode)
+        ->type_name("GROUP");
     app.add_option("--quiet", options.quietMs,
                    "how long a service must be silent after it\nregistered, before it gets requests")
         ->check(CLI::Range(0, std::numeric_limits<int>::max()))
         ->capture_default_str()
         ->type_name("MS");
     app.add_flag("--trace", options.isTracing, "write a line for each frame that passes");
-    app.footer("SIGUSR1 makes it write a table of the services and their requests; the end does\nso too.");
+    app.add_option("--timeline", options.timeline,
+                   "write what passes as trace events for Perfetto,\nchrome://tracing or speedscope")
+        ->type_name("FILE");
+    app.footer("SIGUSR1 makes it write a table of the services and their requests; the end does\n"
+               "so too, and it answers the request \"services\" at ipc://DIRECTORY/.registry.");
     if (const auto exitCode = ParseCommandLine(app, argc, argv)) return *exitCode;
 
     try
