@@ -5,6 +5,7 @@
 #include <zebl/RootLogger.h>
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <array>
@@ -14,10 +15,15 @@
 #include <fcntl.h>
 #include <fstream>
 #include <future>
+#include <grp.h>
+#include <map>
 #include <poll.h>
+#include <set>
+#include <sstream>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -37,9 +43,9 @@ protected:
 
     ~Quillmere() override { End(SIGKILL); }
 
-    void TearDown() override { EXPECT_EQ(server->StopListening(), StatusCode::Success); }
+    void TearDown() override { EXPECT_TRUE(!server || server->StopListening() == StatusCode::Success); }
 
-    void Start(const char* option = "--trace")
+    void Start(const Lines& options = {"--trace"})
     {
         int ends[2] = {};
         if (pipe(ends) != 0 || (process = fork()) < 0) throw std::bad_alloc();
@@ -47,8 +53,12 @@ protected:
         {
             prctl(PR_SET_PDEATHSIG, SIGKILL); // it outlives no test, however that ends
             dup2(dup2(ends[1], STDOUT_FILENO), STDERR_FILENO);
-            execl(TOLVO_QUILLMERE, TOLVO_QUILLMERE, "--servers", servers.c_str(), "--clients", addresses.c_str(),
-                  option, nullptr);
+            Lines words = {TOLVO_QUILLMERE, "--servers", servers, "--clients", addresses};
+            words.insert(words.end(), options.begin(), options.end());
+            std::vector<char*> arguments;
+            for (std::string& word : words) arguments.push_back(word.data());
+            arguments.push_back(nullptr);
+            execv(TOLVO_QUILLMERE, arguments.data());
             _exit(127);
         }
         output = ends[0];
@@ -119,6 +129,14 @@ protected:
         if (connect(connection, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0) return connection;
         close(connection);
         return -1;
+    }
+
+    static nlohmann::json ReadTimeline(const std::string& path)
+    {
+        std::stringstream text;
+        text << std::ifstream(path).rdbuf();
+        EXPECT_EQ(text.str().rfind(",\n") + 2, text.str().size()) << "the last line is not a whole one";
+        return nlohmann::json::parse(text.str().substr(0, text.str().rfind(',')) + ']');
     }
 
     /// Connects as a server would; the connection once lost stays lost.
@@ -238,6 +256,164 @@ TEST_F(Quillmere, ThousandsOfConnectionsWithinTheHardLimit)
     EXPECT_EQ(End(SIGTERM), 0);
 }
 
+TEST_F(Quillmere, TellsWhatThereIsWhileAServiceFloods)
+{
+    Serve("service", "status", ipc::ServerType::OnePriority);
+    ExpectEcho("status", "once");
+    ConnectBare("flood");
+    bareServer.send(zmq::buffer(Registration("flooded")));
+    EXPECT_TRUE(AwaitLine("registered as"));
+    std::atomic<bool> isOver{false};
+    const auto flood = std::async(std::launch::async, [&] {
+        while (!isOver) bareServer.send(zmq::str_buffer("nobody asked"), zmq::send_flags::dontwait);
+    });
+    const auto ask = [&](const std::string& question) {
+        ByteVector reply;
+        const auto client = factory.CreateZmqClientConnector(folder.Endpoint(".registry"), operatingMode);
+        EXPECT_EQ(client->SendRequest(Bytes(question), reply, kPatience), StatusCode::Success);
+        return Text(reply);
+    };
+    std::vector<std::future<std::string>> answers;
+    while (answers.size() < 8) answers.push_back(std::async(std::launch::async, ask, "services json"));
+    EXPECT_NE(ask("services\n").find(" median ms worst ms address identity\n"), std::string::npos);
+    EXPECT_EQ(ask("what"), "unknown request \"what\"; known are: services, services json\n");
+    for (auto& answer : answers)
+    {
+        const auto services = nlohmann::json::parse(answer.get());
+        ASSERT_EQ(services.size(), 2U);
+        EXPECT_EQ(services[0]["address"], "flooded");
+        EXPECT_EQ(services[1]["identity"], "service");
+        for (const char* count : {"passed", "answered"}) EXPECT_EQ(services[1][count], 1) << count;
+        for (const char* count : {"dropped", "waiting", "lost"}) EXPECT_EQ(services[1][count], 0) << count;
+        EXPECT_GT(services[1]["registered_s"], 0.0);
+        EXPECT_GT(services[1]["median_ms"], 0.0);
+        EXPECT_GE(services[1]["worst_ms"], services[1]["median_ms"]);
+    }
+    isOver = true;
+}
+
+TEST_F(Quillmere, OnlyTheGroupConnectsAtAnyMoment)
+{
+    if (geteuid() != 0) GTEST_SKIP() << "only root becomes other users";
+    constexpr gid_t kGroup = 1; // "daemon" on each Debian
+    std::filesystem::permissions(addresses, std::filesystem::perms(0755));
+    End(SIGTERM);
+    const mode_t before = umask(0);
+    Start({"--mode", "0660", "--group", "daemon"});
+    umask(before);
+    const auto connectAs = [&](uid_t user, gid_t group, const std::string& name) {
+        const pid_t child = fork();
+        if (child == 0)
+        {
+            const bool isOther = setgroups(0, nullptr) == 0 && setgid(group) == 0 && setuid(user) == 0;
+            _exit(isOther && ConnectPlainly(name) >= 0 ? 0 : errno);
+        }
+        int status = -1;
+        waitpid(child, &status, 0);
+        return WEXITSTATUS(status);
+    };
+
+    std::atomic<bool> isOver{false};
+    std::atomic<int> number{0};
+    auto modes = std::async(std::launch::async, [&] {
+        mode_t seen = 0;
+        for (struct stat file = {}; !isOver;)
+            if (lstat(folder.Path(std::to_string(number)).c_str(), &file) == 0) seen |= file.st_mode & 0777;
+        return seen;
+    });
+    ConnectBare("many");
+    for (; number < 40; ++number)
+    {
+        zmq::socket_t other(context, zmq::socket_type::dealer);
+        other.set(zmq::sockopt::routing_id, "service " + std::to_string(number));
+        other.connect(servers);
+        other.send(zmq::buffer(Registration(std::to_string(number))));
+        EXPECT_TRUE(AwaitLine("registered as"));
+    }
+    isOver = true;
+    EXPECT_EQ(modes.get(), mode_t{0660});
+    for (const std::string name : {"servers", ".registry", "0"})
+    {
+        EXPECT_EQ(connectAs(60001, kGroup, name), 0) << name;
+        EXPECT_EQ(connectAs(60002, kGroup, name), 0) << name;
+        EXPECT_EQ(connectAs(60003, kGroup + 1, name), EACCES) << name;
+    }
+}
+
+TEST_F(Quillmere, TimelineHasEachRequestOnceAlsoAfterAKill)
+{
+    using Json = nlohmann::json;
+    const std::string path = folder.Path("timeline");
+    End(SIGTERM);
+    Start({"--timeline", path});
+    ConnectBare("service");
+    bareServer.send(zmq::buffer(Registration("status")));
+    EXPECT_TRUE(AwaitLine("registered as"));
+    zmq::socket_t client(context, zmq::socket_type::dealer);
+    client.set(zmq::sockopt::routing_id, "me \xff");
+    client.set(zmq::sockopt::linger, 0);
+    client.connect(folder.Endpoint("status"));
+    client.send(zmq::str_buffer("two"), zmq::send_flags::sndmore);
+    client.send(zmq::str_buffer("frames"));
+    constexpr std::size_t kRequests = 40;
+    constexpr std::size_t kTogether = 4;
+    for (std::size_t size = 1; size <= kRequests; ++size)
+    {
+        client.send(zmq::buffer(std::string(size, 'x')));
+        if (size % kTogether != 0) continue;
+        zmq::message_t frame;
+        for (std::size_t request = 0; request < kTogether; ++request) static_cast<void>(bareServer.recv(frame));
+        for (std::size_t request = 0; request < kTogether; ++request) bareServer.send(zmq::str_buffer("reply"));
+        for (std::size_t request = 0; request < kTogether; ++request) static_cast<void>(client.recv(frame));
+    }
+    EXPECT_FALSE(ReadTimeline(path).empty()); // while it runs
+    EXPECT_EQ(End(SIGKILL), SIGKILL);
+
+    std::map<std::string, int> named;
+    std::multiset<std::size_t> sizes;
+    std::map<int, double> laneEnds;
+    Json underWay;
+    for (const Json& event : ReadTimeline(path))
+    {
+        ++named[event["ph"].get<std::string>() + ' ' + event["name"].get<std::string>()];
+        if (event["ph"] == "C") underWay = event["args"]["requests"];
+        if (event["ph"] != "X") continue;
+        sizes.insert(event["args"]["request bytes"].get<std::size_t>());
+        EXPECT_EQ(event["args"]["reply bytes"], 5);
+        EXPECT_EQ(event["args"]["client"], "me \\xff");
+        double& end = laneEnds[event["tid"].get<int>()];
+        EXPECT_GE(event["ts"].get<double>(), end - 0.001) << "boxes of one lane overlap";
+        end = event["ts"].get<double>() + event["dur"].get<double>();
+    }
+    for (std::size_t size = 1; size <= kRequests; ++size) EXPECT_EQ(sizes.count(size), 1U) << size;
+    EXPECT_EQ(named["X request"], static_cast<int>(kRequests));
+    EXPECT_EQ(named["M process_name"], 1);
+    EXPECT_EQ(named["i \"service\" registered as \"status\""], 1);
+    EXPECT_EQ(named["i request dropped: it has 2 frames"], 1);
+    EXPECT_EQ(underWay, 0);
+}
+
+TEST_F(Quillmere, TimelineThatCanNotBeWrittenStopsNobody)
+{
+    const std::string path = folder.Path("timeline");
+    rlimit limit{};
+    getrlimit(RLIMIT_FSIZE, &limit);
+    const rlimit small{4096, limit.rlim_max};
+    End(SIGTERM);
+    setrlimit(RLIMIT_FSIZE, &small);
+    Start({"--timeline", path});
+    setrlimit(RLIMIT_FSIZE, &limit);
+    Serve("service", "status", ipc::ServerType::OnePriority);
+    const auto client = factory.CreateZmqClientConnector(folder.Endpoint("status"), operatingMode);
+    ByteVector reply;
+    for (int request = 0; request < 100; ++request)
+        ASSERT_EQ(client->SendRequest(Bytes("x"), reply, kPatience), StatusCode::Success) << request;
+    EXPECT_TRUE(AwaitLine("timeline is incomplete from here on: File too large"));
+    kill(process, SIGUSR1);
+    EXPECT_TRUE(AwaitLine("   100      100       0       0 "));
+    EXPECT_GT(ReadTimeline(path).size(), 10U);
+}
+
 TEST_F(Quillmere, RemovedSocketsAreBoundAgain)
 {
     ConnectBare("service");
@@ -282,7 +458,7 @@ TEST_F(Quillmere, ServerStopsInTimeWhileFourClientsFloodIt)
     constexpr std::chrono::milliseconds kLongestStop(1500); // half a second of it is the stop's own
     zebl::Log::RootLogger::GetInstance().SetLevel(TolvoLogLevel::Critical);
     End(SIGTERM);
-    Start("--quiet=0");
+    Start({"--quiet=0"});
     std::vector<std::unique_ptr<ipc::AbstractClientConnector>> clients;
     while (clients.size() < 4)
         clients.push_back(factory.CreateZmqClientConnector(folder.Endpoint("flooded"), operatingMode));
@@ -337,6 +513,7 @@ TEST_F(Quillmere, RefusedRegistrationsHarmNothing)
              std::pair(Registration(std::string(108, 'x')), "too long for a socket path"),
              std::pair(Registration("file"), "exists and is no socket"),
              std::pair(Registration("servers"), "somebody answers there"),
+             std::pair(Registration(".registry"), "the registration service's own socket"),
              std::pair(Registration("taken"), "somebody answers there"),
          })
     {

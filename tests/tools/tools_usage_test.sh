@@ -25,5 +25,6 @@ for tool in "$call" "$quillmere"; do
     Expect 0 '.*--version.*' '' "$tool" --help
     Expect 1 '' "$name: standard output: No space left on device" ToFullDisk "$tool" --help
 done
-Expect 0 '' '' bash -c "set -o pipefail; '$quillmere' --servers 'ipc://$work/other' --clients '$work' | true"
+mkdir "$work/others"
+Expect 0 '' '' bash -c "set -o pipefail; '$quillmere' --servers 'ipc://$work/other' --clients '$work/others' | true"
 [[ ! -e $work/other ]] || Fail "a closed output leaves a socket behind"
