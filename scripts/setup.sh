@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs from Debian what is missing: setup.sh build | test | check, each with what the one before needs; or
-# setup.sh armv7 | package | abi | tsan | bench | soak | memcheck | fuzz | docs | guide, with what building needs.
+# setup.sh armv7 | package | abi | tsan | bench | soak | memcheck | fuzz | docs | guide | debian, with what it needs.
 source "$(dirname "${BASH_SOURCE[0]}")/lib/common.sh"
 
 declare -A packages
@@ -16,11 +16,12 @@ packages[soak]="${packages[build]} python3"
 packages[memcheck]="${packages[test]} valgrind"
 packages[fuzz]="${packages[build]} clang libclang-rt-14-dev"
 packages[docs]="${packages[build]} doxygen graphviz mandoc"
+packages[debian]="debootstrap git procps"
 packages[guide]="${packages[build]} python3 python3-zmq"
 
 wanted=${packages[${1:-none}]:-}
 if [[ -z $wanted ]]; then
-    Fail "usage: $0 build|test|check|armv7|package|abi|tsan|bench|soak|memcheck|fuzz|docs|guide"
+    Fail "usage: $0 build|test|check|armv7|package|abi|tsan|bench|soak|memcheck|fuzz|docs|guide|debian"
 fi
 
 missing=()

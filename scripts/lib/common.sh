@@ -19,6 +19,14 @@ Quietly()
     }
 }
 
+# CopySources FOLDER: copies the repository as it stands, without what is ignored.
+CopySources()
+{
+    git ls-files -z --cached --others --exclude-standard | while IFS= read -r -d '' file; do
+        [[ ! -e $file ]] || printf '%s\0' "$file"
+    done | xargs -0 cp --parents -t "$1"
+}
+
 # RunTests PRESET: also says why a test was skipped.
 RunTests()
 {
