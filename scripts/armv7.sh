@@ -5,5 +5,4 @@ source "$(dirname "${BASH_SOURCE[0]}")/lib/common.sh"
 
 scripts/setup.sh armv7
 scripts/lib/armv7-sysroot.sh
-scripts/build.sh armv7
-RunTests armv7
+scripts/test.sh armv7

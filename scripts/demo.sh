@@ -12,7 +12,7 @@ Title() { printf '\n== %s\n\n' "$1"; }
 Start()
 {
     set -m
-    "$@" 2>>"$folder/log" &
+    "$@" 2>>"$work/log" &
     set +m
 }
 
@@ -26,7 +26,7 @@ Run()
 # Starts a service and awaits the line with which it says that it is ready.
 StartService()
 {
-    local name=$1 output="$folder/$1.output" line
+    local name=$1 output="$work/$1.output" line
     mkfifo "$output"
     Start Redirect "$output" "${@:2}"
     services[$name]=$!
@@ -64,25 +64,15 @@ CleanUp()
     local status=$?
     trap '' INT TERM HUP
     trap - EXIT
-    if [[ -n $folder ]]; then
-        StopEverything || status=1
-        if ((status && ! is_interrupted)) && [[ -s $folder/log ]]; then cat "$folder/log" >&2; fi
-        cd /
-        rm -rf "$folder"
-    fi
-    if ((is_interrupted)); then
-        printf 'demo: interrupted; everything is stopped and removed\n' >&2
-    elif ((status)); then
-        printf 'demo: failed with exit code %d\n' "$status" >&2
-    fi
-    exit "$status"
+    StopEverything || status=1
+    if ((status && ! is_interrupted)); then cat "$work/log" >&2; fi
+    cd /
+    rm -rf "$work"
+    if ((is_interrupted)); then Fail "interrupted; everything is stopped and removed" "$status"; fi
+    ((status == 0)) || Fail "failed with exit code $status" "$status"
 }
 
-Interrupt()
-{
-    is_interrupted=1
-    exit "$((128 + $1))"
-}
+Interrupt() { is_interrupted=1; exit "$((128 + $1))"; }
 
 Ask()
 {
@@ -95,35 +85,32 @@ Ask()
     printf '\n'
 }
 
-folder=
+scripts/setup.sh build
+exec </dev/null
 is_interrupted=0
-trap CleanUp EXIT
+MakeWorkFolder
 trap 'Interrupt 1' HUP
 trap 'Interrupt 2' INT
 trap 'Interrupt 15' TERM
-
-scripts/setup.sh build
-exec </dev/null
-# A signal must not come between the folder and its name.
-folder=$(trap '' HUP INT TERM && mktemp -d "${TMPDIR:-/tmp}/tolvo-demo.XXXXXX")
-mkfifo "$folder/alive"
-exec {both}<>"$folder/alive" # opens without waiting for another end
-exec {watch}<"$folder/alive"
-exec {alive}>"$folder/alive"
+: >"$work/log"
+mkfifo "$work/alive"
+exec {both}<>"$work/alive" # opens without waiting for another end
+exec {watch}<"$work/alive"
+exec {alive}>"$work/alive"
 exec {both}>&-
 
 Title "Building in build/release"
-Run cmake --preset release >>"$folder/log"
+Run cmake --preset release >>"$work/log"
 Run cmake --build --preset release --target tolvo-quillmere tolvo-ipc-call device_status_service alarm_service \
-    interruptible_caller event_loop hello_service hello_client >>"$folder/log"
-: >"$folder/log"
+    interruptible_caller event_loop hello_service hello_client >>"$work/log"
+: >"$work/log"
 quillmere=$build/tools/quillmere/tolvo-quillmere
 call=$build/tools/ipc-call/tolvo-ipc-call
 examples=$build/examples
 printf 'done\n'
 
-Title "A registration service and two services, in $folder"
-cd "$folder"
+Title "A registration service and two services, in $work"
+cd "$work"
 mkdir clients
 declare -A services=()
 StartService registration "$quillmere" --servers ipc://servers --clients clients
@@ -157,7 +144,6 @@ done
 sockets=$(find . -type s)
 [[ -z $sockets ]] || Fail "sockets were left: $sockets"
 cd /
-rm -rf "$folder"
-[[ ! -e $folder ]] || Fail "$folder was left"
-folder=
+rm -rf "$work"
+[[ ! -e $work ]] || Fail "$work was left"
 printf 'no process of this demonstration is left, and no socket or folder\n'

@@ -17,6 +17,7 @@ if [[ ! -e $base ]]; then
     rm -rf "$base.new"
     mkdir -p "$base.new" "$base.archives/partial"
     Quietly unshare --mount debootstrap --variant=minbase "$suite" "$base.new" "$mirror"
+    echo force-unsafe-io >"$base.new/etc/dpkg/dpkg.cfg.d/on-debian" # what is thrown away needs no care
     mv "$base.new" "$base"
 fi
 

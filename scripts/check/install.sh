@@ -6,13 +6,6 @@ source "$(dirname "${BASH_SOURCE[0]}")/../lib/common.sh"
 
 readonly patience=20 # seconds that a step which works never needs
 
-Await()
-{
-    local line
-    while read -r -t "$patience" line <&"$1"; do [[ $line != *"$2"* ]] || return 0; done
-    Fail "no line with '$2'"
-}
-
 # End PROCESS SIGNAL NAME: it must end with 0.
 End()
 {
@@ -23,25 +16,20 @@ End()
 # Greet PROGRAMS TOOLS: runs the service and the client in the folder PROGRAMS, by the tools in TOOLS.
 Greet()
 {
-    local folder=$work/desk answer
+    local folder=$work/desk quillmere service answer
     rm -rf "$folder"
     mkdir -p "$folder/clients"
-    mkfifo "$folder/log"
-    timeout "$patience" "$2/tolvo-quillmere" --servers "ipc://$folder/servers" --clients "$folder/clients" \
-        >"$folder/log" 2>&1 &
-    local quillmere=$! service
-    exec {lines}<"$folder/log"
-    Await "$lines" serving
+    Launch serving timeout "$patience" "$2/tolvo-quillmere" --servers "ipc://$folder/servers" --clients "$folder/clients"
+    quillmere=$!
     timeout "$patience" "$1/hello_service" 2>"$work/log" &
     service=$!
-    Await "$lines" 'registered as "greeter"'
+    Await "$output" 'registered as "greeter"'
     answer=$(timeout "$patience" "$1/hello_client") || Fail "the client failed"
     [[ $answer == "hi too" ]] || Fail "the client got '$answer'"
     answer=$(printf hello | timeout "$patience" "$2/tolvo-ipc-call" "ipc://$folder/clients/greeter")
     [[ $answer == "hello too" ]] || Fail "tolvo-ipc-call got '$answer'"
     End "$service" INT service
     End "$quillmere" TERM "registration service"
-    exec {lines}<&-
 }
 
 # BuildWithCMake FOLDER PREFIX [OPTION...]

@@ -27,13 +27,6 @@ CopySources()
     done | xargs -0 cp --parents -t "$1"
 }
 
-# RunTests PRESET: also says why a test was skipped.
-RunTests()
-{
-    ctest --preset "$1" --progress
-    grep ': skipped: ' "build/$1/Testing/Temporary/LastTest.log" || true
-}
-
 # Await DESCRIPTOR PATTERN: reads up to a line that matches.
 Await()
 {
@@ -58,8 +51,10 @@ Launch()
 # Makes the folder $work. At the end, also after a signal, it goes away with whatever still runs in the background.
 MakeWorkFolder()
 {
-    work=$(mktemp -d "${TMPDIR:-/tmp}/tolvo.XXXXXX")
+    work=
     trap CleanUp EXIT
+    # A signal must not come between the folder and its name.
+    work=$(trap '' HUP INT TERM && mktemp -d "${TMPDIR:-/tmp}/tolvo.XXXXXX")
 }
 
 CleanUp()
