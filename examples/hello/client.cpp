@@ -5,7 +5,7 @@ using namespace std::chrono_literals;
 
 int main()
 {
-    zeb::tolvo::ipc::convenience::Caller greeter("ipc:///tmp/desk/clients/greeter");
+    zeb::tolvo::ipc::convenience::Caller greeter("ipc://desk/clients/greeter");
     const auto reply = greeter.Call("hi", 2s);
     if (!reply) std::cerr << "no reply: " << reply.Describe() << "\n";
     std::cout << reply.Text();

@@ -10,7 +10,7 @@ int main()
     sigaddset(&stop, SIGINT);
     pthread_sigmask(SIG_BLOCK, &stop, nullptr);
 
-    const auto server = ipc::convenience::MakeServer("ipc:///tmp/desk/servers", "greeter");
+    const auto server = ipc::convenience::MakeServer("ipc://desk/servers", "greeter");
     server->RegisterCallback([](const ipc::ByteVector& request, ipc::ByteVector& response) {
         response = request;
         response.insert(response.end(), {' ', 't', 'o', 'o', '\n'});

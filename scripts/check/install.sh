@@ -47,7 +47,7 @@ MakeWorkFolder
 
 mkdir "$work/consumer"
 for program in service client; do
-    sed "s|/tmp/desk|$work/desk|" "examples/hello/$program.cpp" >"$work/consumer/$program.cpp"
+    sed "s|ipc://desk|ipc://$work/desk|" "examples/hello/$program.cpp" >"$work/consumer/$program.cpp"
 done
 cat >"$work/consumer/CMakeLists.txt" <<'END'
 cmake_minimum_required(VERSION 3.25)
