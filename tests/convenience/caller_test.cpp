@@ -171,8 +171,8 @@ TEST_F(Callers, SignalsEndNoWaitInAnEventLoop)
     AsyncCaller caller(endpoint);
     ASSERT_TRUE(Queue(caller, "request"));
     const auto [client, body] = Next();
-    pthread_sigmask(SIG_BLOCK, &mask, &usualMask); // the signal then goes to another thread, if one takes it
-    kill(getpid(), SIGUSR1);
+    pthread_sigmask(SIG_BLOCK, &mask, &usualMask); // signals then go to another thread, if one takes them
+    for (int signals = 0; signals < 100 && !IsReadable(caller, 1); ++signals) kill(getpid(), SIGUSR1);
     peer.Send({client, "reply"});
     while (ends.empty() && IsReadable(caller)) caller.Dispatch();
     EXPECT_EQ(ends, Lines{"request: reply"});
