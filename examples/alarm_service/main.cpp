@@ -82,18 +82,23 @@ Waits AskManyTimes(const std::string& endpoint)
     return waits;
 }
 
+/// Shows that the endpoint's front-end is registered.
+void AwaitAnswer(const std::string& endpoint)
+{
+    const auto reply = Caller(endpoint).Call("?", 5s);
+    if (!reply) throw std::runtime_error("no answer from " + endpoint + ": " + reply.Describe());
+}
+
 bool Measure(const std::string& folder)
 {
-    for (const std::string& address : {kAddress, "RT" + kAddress}) // both are registered once they answer
-    {
-        const auto reply = Caller(folder + "/" + address).Call("?", 5s);
-        if (!reply) throw std::runtime_error("no answer from " + address + ": " + reply.Describe());
-    }
+    const std::string ordinaryEndpoint = folder + "/" + kAddress;
+    const std::string urgentEndpoint = folder + "/RT" + kAddress;
+    AwaitAnswer(ordinaryEndpoint);
+    AwaitAnswer(urgentEndpoint);
 
-    std::vector<std::future<Waits>> flood;
-    for (int client = 0; client < kFloodingClients; ++client)
-        flood.push_back(std::async(std::launch::async, AskManyTimes, folder + "/" + kAddress));
-    Caller urgentService(folder + "/RT" + kAddress);
+    std::vector<std::future<Waits>> flood(kFloodingClients);
+    for (std::future<Waits>& client : flood) client = std::async(std::launch::async, AskManyTimes, ordinaryEndpoint);
+    Caller urgentService(urgentEndpoint);
     Waits urgent;
     Waits ordinary;
     for (std::future<Waits>& client : flood)
