@@ -208,7 +208,10 @@ class Chaos:
             self.later(pause, lambda: self.world.start(name))
 
     def duplicate(self) -> None:
-        """A second service takes the identity over, and the first one ends later. A second registration service ends."""
+        """A second registration service ends. A second service takes the identity over, until both end.
+
+        Of two the one that connected last is served, and the other never again, even when that one has ended.
+        """
         name, pause = self.random.choice(SERVERS), self.random.uniform(0, 0.8)
         first = self.world.current[name]
         if first.is_running() and (name != REGISTRY or self.world.is_serving()):
@@ -218,7 +221,7 @@ class Chaos:
                 second, self.world.current[name] = self.world.current[name], first
                 second.is_end_wanted = True
             else:
-                self.later(pause, lambda: self.world.kill(first))
+                self.later(pause, lambda: (self.world.kill(first), self.take_down(name, 0)))
 
     def stop(self) -> None:
         name = self.random.choice(SERVERS + CLIENTS)

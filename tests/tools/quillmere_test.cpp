@@ -1,3 +1,4 @@
+#include "quillmere/RequestOrder.h"
 #include "support/Faults.h"
 #include "support/Peers.h"
 
@@ -17,6 +18,7 @@
 #include <future>
 #include <grp.h>
 #include <map>
+#include <optional>
 #include <poll.h>
 #include <set>
 #include <sstream>
@@ -32,6 +34,7 @@ namespace
 {
 
 using namespace std::string_literals;
+using zeb::tolvo::desk::RequestOrder;
 
 std::string Registration(const std::string& address) { return R"({"type":"register","address":")" + address + "\"}"; }
 
@@ -522,6 +525,54 @@ TEST_F(Quillmere, RefusedRegistrationsHarmNothing)
     }
     EXPECT_EQ(std::filesystem::file_size(folder.Path("file")), "precious"s.size());
     ExpectEcho("status", "going on");
+}
+
+/// What the order of replies rests on.
+TEST(ServerOfTheLibrary, AnswersWhatItHoldsBeforeItRegistersAnew)
+{
+    for (const auto type : {ipc::ServerType::OnePriority, ipc::ServerType::TwoPriorities})
+    {
+        const TempFolder folder;
+        const std::string endpoint = folder.Endpoint("servers");
+        zmq::context_t context;
+        std::optional<Peer> peer(std::in_place, context, zmq::socket_type::router, endpoint);
+        auto& factory = ipc::ZmqConnectorFactory::GetInstance();
+        const std::unique_ptr<ipc::ZmqServerConnector> server(factory.CreateZmqServerConnector(endpoint, "x", type));
+        std::promise<void> released;
+        server->RegisterCallback(
+            [wait = released.get_future().share()](const ByteVector& request, ByteVector& response) {
+                wait.wait();
+                response = request;
+            });
+        server->SetStartupMessage("a");
+        EXPECT_EQ(server->StartListening(), StatusCode::Success);
+        const std::string registration = R"(x|{"address":"a","type":"register"})";
+        while (peer->Receive() != registration) continue;
+
+        std::string replies;
+        for (std::size_t request = 0; request < 2 * RequestOrder::kMostUnderWay; ++request)
+        {
+            peer->Send({"x", std::to_string(request)});
+            replies += "x|" + std::to_string(request) + ' ';
+        }
+        peer->set(zmq::sockopt::linger, kPatience);
+        peer.emplace(context, zmq::socket_type::router, endpoint);
+        zmq_socket_monitor(peer->handle(), "inproc://events", ZMQ_EVENT_ACCEPTED);
+        zmq::socket_t events(context, zmq::socket_type::pair);
+        events.set(zmq::sockopt::rcvtimeo, kPatience);
+        events.connect("inproc://events");
+        zmq::message_t event;
+        EXPECT_TRUE(events.recv(event)); // it has connected anew while it holds them all
+        released.set_value();
+        std::string received;
+        for (std::string frame; (frame = peer->Receive()) != registration;)
+            if (frame.find("RT|") == std::string::npos) received += frame + ' '; // the other priority registers
+        EXPECT_EQ(received, replies);
+        peer->Send({"x", "new"});
+        while ((received = peer->Receive()).find("RT|") != std::string::npos) continue;
+        EXPECT_EQ(received, "x|new");
+        EXPECT_EQ(server->StopListening(), StatusCode::Success);
+    }
 }
 
 } // namespace
