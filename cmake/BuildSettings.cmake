@@ -1,4 +1,4 @@
-# What every target of this house is built with; used through tolvo_ipc_target(NAME).
+# What every target of ours is built with; used through tolvo_ipc_target(NAME).
 
 add_library(tolvo-ipc-build-settings INTERFACE)
 target_compile_features(tolvo-ipc-build-settings INTERFACE cxx_std_17)

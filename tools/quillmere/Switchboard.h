@@ -85,7 +85,7 @@ struct ServerReport
     AnswerTimes::Duration sinceRegistered{0};
 };
 
-/// Who serves which address, and whose turn it is: passes each request to the server of its address and each reply to
+/// Who serves which address. Passes each request to the server of its address and each reply to
 /// the client that it belongs to. Whatever a frame holds, the others stay in order.
 class Switchboard
 {
