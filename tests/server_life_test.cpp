@@ -114,24 +114,6 @@ TEST_F(ServerThread, TracesItsLifeAtLevelSevenOnly)
                             kTrace + "Server thread execution has completed, server stopped"}));
 }
 
-TEST_F(ServerThread, RefusedIdentityAndEndpointsCostNoDescriptorHoweverOften)
-{
-    log.SetLevel(2);
-    OnePriority anonymous(endpoint, context.handle(), "");
-    OnePriority lost("nonsense", context.handle(), "id");
-    OnePriority orphan(endpoint, nullptr, "id");
-    for (int round = 0; round < 4; ++round)
-    {
-        const DescriptorsComeBack guard;
-        for (int start = 0; start < 50; ++start)
-        {
-            ASSERT_EQ(anonymous.StartListening(), MakeStatusCodeFromErrno(EINVAL));
-            ASSERT_EQ(lost.StartListening(), MakeStatusCodeFromErrno(EINVAL));
-            ASSERT_EQ(orphan.StartListening(), MakeStatusCodeFromErrno(EFAULT));
-        }
-    }
-}
-
 TEST_F(ServerThread, ThrowsWhenNoThreadCanBeCreatedAndStartsOnceOneCan)
 {
     pthread_attr_t usual, huge;
