@@ -5,11 +5,8 @@ source "$(dirname "${BASH_SOURCE[0]}")/lib/common.sh"
 
 reference=abi/x86_64.abi
 library=build/package/src/libtolvo-ipc-transport.so
-case "$(uname -m):${1:-check}" in
-    x86_64:check | x86_64:renew) ;;
-    x86_64:*) Fail "usage: $0 [renew]" ;;
-    *) Fail "the reference is one for x86-64" ;;
-esac
+[[ ${1:-renew} == renew ]] || Fail "usage: $0 [renew]" 2
+[[ $(uname -m) == x86_64 ]] || Fail "the reference is one for x86-64"
 
 scripts/setup.sh abi
 scripts/build.sh package tolvo-ipc-transport

@@ -3,6 +3,5 @@
 # unpacked into build/armv7-sysroot and no foreign architecture is added to this machine.
 source "$(dirname "${BASH_SOURCE[0]}")/lib/common.sh"
 
-scripts/setup.sh armv7
 scripts/lib/armv7-sysroot.sh
 scripts/test.sh armv7

@@ -38,7 +38,7 @@ StartService()
 Redirect() { exec "${@:2}" >"$1"; }
 
 # Every process that was started, and whatever it started in turn, holds the pipe "alive" open: once the script has
-# closed its own end, the pipe ends with the last of them.
+# closed its own end, the pipe ends with the last of them. Call it where its result is looked at: "set -e" would end it.
 StopEverything()
 {
     local signal id
@@ -46,24 +46,17 @@ StopEverything()
     exec {alive}>&-
     for signal in TERM KILL; do
         for id in $(jobs -pr); do kill "-$signal" -- "-$id" 2>/dev/null || true; done
-        if IsPipeEnded; then return 0; fi
+        read -r -t "$patience" -u "$watch"
+        if (($? == 1)); then return 0; fi # the end of the pipe; more than 128 when the time is over
         printf 'demo: something did not end on SIG%s\n' "$signal" >&2
     done
     return 1
-}
-
-IsPipeEnded()
-{
-    local status=0
-    read -r -t "$patience" -u "$watch" || status=$?
-    ((status == 1)) # of the end; more than 128 when the time is over
 }
 
 CleanUp()
 {
     local status=$?
     trap '' INT TERM HUP
-    trap - EXIT
     StopEverything || status=1
     if ((status && ! is_interrupted)); then cat "$work/log" >&2; fi
     cd /

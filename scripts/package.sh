@@ -39,7 +39,6 @@ scripts/build.sh package
 Pack build/package amd64
 
 if [[ ${1:-} == armhf ]]; then
-    scripts/setup.sh armv7
     scripts/lib/armv7-sysroot.sh
     scripts/build.sh armv7
     options=()

@@ -16,13 +16,11 @@ packages[soak]="${packages[build]} python3"
 packages[memcheck]="${packages[test]} valgrind"
 packages[fuzz]="${packages[build]} clang libclang-rt-14-dev"
 packages[docs]="${packages[build]} doxygen graphviz mandoc"
-packages[debian]="debootstrap git procps"
 packages[guide]="${packages[build]} python3 python3-zmq"
+packages[debian]="debootstrap git procps"
 
 wanted=${packages[${1:-none}]:-}
-if [[ -z $wanted ]]; then
-    Fail "usage: $0 build|test|check|armv7|package|abi|tsan|bench|soak|memcheck|fuzz|docs|guide|debian"
-fi
+[[ -n $wanted ]] || Fail "usage: $0 NAME, one of ${!packages[*]}" 2
 
 missing=()
 for package in $wanted; do

@@ -37,7 +37,7 @@ BuildWithCMake()
 {
     # Only who includes the data scheme's header needs nlohmann-json.
     Quietly cmake -S "$work/consumer" -B "$1" -G Ninja "-DCMAKE_PREFIX_PATH=$2" \
-        -DCMAKE_DISABLE_FIND_PACKAGE_nlohmann_json=ON "${@:3}"
+        -DCMAKE_DISABLE_FIND_PACKAGE_nlohmann_json=ON -Dwanted=0.1 "${@:3}"
     Quietly cmake --build "$1"
 }
 
@@ -52,7 +52,7 @@ done
 cat >"$work/consumer/CMakeLists.txt" <<'END'
 cmake_minimum_required(VERSION 3.25)
 project(consumer LANGUAGES CXX)
-find_package(tolvo-ipc-transport 0.1 REQUIRED)
+find_package(tolvo-ipc-transport ${wanted} REQUIRED)
 foreach(program service client)
     add_executable(hello_${program} ${program}.cpp)
     target_link_libraries(hello_${program} PRIVATE tolvo::ipc-transport)
@@ -78,12 +78,10 @@ strays=$(find "$work/image" ! -type d ! -name 'libtolvo-ipc-transport.so.*')
 echo "A CMake project against the moved prefix"
 BuildWithCMake "$work/cmake" "$work/moved"
 Greet "$work/cmake" "$work/moved/bin"
-sed -i 's/ipc-transport 0.1 REQUIRED/ipc-transport 0.2 REQUIRED/' "$work/consumer/CMakeLists.txt"
-if cmake -S "$work/consumer" -B "$work/newer" "-DCMAKE_PREFIX_PATH=$work/moved" >"$work/log" 2>&1; then
+if cmake -S "$work/consumer" -B "$work/newer" "-DCMAKE_PREFIX_PATH=$work/moved" -Dwanted=0.2 >"$work/log" 2>&1; then
     Fail "version 0.2 was asked for and found"
 fi
-grep -q 'requested version "0.2"' "$work/log" || Fail "$(cat "$work/log")"
-sed -i 's/ipc-transport 0.2 REQUIRED/ipc-transport 0.1 REQUIRED/' "$work/consumer/CMakeLists.txt"
+grep -q 'requested version "0.2"' "$work/log" || Fail "$(<"$work/log")"
 
 echo "g++ with pkg-config against the moved prefix"
 mkdir "$work/pkg-config"
@@ -126,8 +124,8 @@ grep -qF "$work/device/lib/libtolvo-ipc-transport.so.0" <<<"$ldd_output" || Fail
 echo "A ZeroMQ that nobody has tested"
 mkdir "$work/zeromq"
 sed 's/^Version:.*/Version: 4.3.6/' "$(pkg-config --variable=libdir libzmq)/pkgconfig/libzmq.pc" >"$work/zeromq/libzmq.pc"
-PKG_CONFIG_PATH=$work/zeromq Quietly cmake -S . -B "$work/untested" -G Ninja -DTOLVO_IPC_BUILD_TESTS=OFF
-grep -q "ZeroMQ 4.3.6 is untested" "$work/log" || Fail "no warning of ZeroMQ 4.3.6"
+PKG_CONFIG_PATH=$work/zeromq cmake -S . -B "$work/untested" -G Ninja -DTOLVO_IPC_BUILD_TESTS=OFF >"$work/log" 2>&1 || true
+grep -q "ZeroMQ 4.3.6 is untested" "$work/log" || Fail "no warning of ZeroMQ 4.3.6: $(<"$work/log")"
 
 echo "The sample systemd unit"
 sed 's|^ExecStart=[^ ]*|ExecStart=/bin/true|' packaging/systemd/device-status.service >"$work/device-status.service"

@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
-# Unpacks the armhf libraries that the build needs into build/armv7-sysroot, unless they are there already.
+# Installs what building for armhf needs; its libraries are unpacked into build/armv7-sysroot, unless they are there.
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 source "$(dirname "${BASH_SOURCE[0]}")/mirror.sh"
 
+scripts/setup.sh armv7
 readonly sysroot=$PWD/build/armv7-sysroot
 packages=(libc6-dev libstdc++-12-dev libzmq3-dev cppzmq-dev nlohmann-json3-dev libcli11-dev libgtest-dev)
 contents="$codename ${packages[*]}"

@@ -13,16 +13,13 @@ Fail() # TEXT [EXIT-CODE]
 Quietly()
 {
     local output
-    output=$("$@" 2>&1 </dev/null) || {
-        printf '%s\n' "$output" >&2
-        Fail "failed: $*"
-    }
+    output=$("$@" 2>&1 </dev/null) || Fail "$output"$'\n'"failed: $*"
 }
 
 # CopySources FOLDER: copies the repository as it stands, without what is ignored.
 CopySources()
 {
-    git ls-files -z --cached --others --exclude-standard | while IFS= read -r -d '' file; do
+    git ls-files -z --deduplicate --cached --others --exclude-standard | while IFS= read -r -d '' file; do
         [[ ! -e $file ]] || printf '%s\0' "$file"
     done | xargs -0 cp --parents -t "$1"
 }
