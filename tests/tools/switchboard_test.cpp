@@ -85,9 +85,11 @@ TEST_F(SwitchboardTest, LateRepliesReachNobodyWhateverTheConnection)
     connection = switchboard.AddConnection(); // from here on ZeroMQ may send to it
     Ask("q");
     EXPECT_NE(Take("x", "late").find("over a connection that is not registered"), std::string::npos);
-    EXPECT_NE(Register("x", "a", false).find("connect anew"), std::string::npos);
-    EXPECT_EQ(hungUp, std::vector<RequestOrder::Connection>{2});
     Ask("r");
+    EXPECT_NE(Register("x", "a", false).find("connect anew"), std::string::npos);
+    EXPECT_EQ(Register("x", "a", false).find("connect anew"),
+              std::string::npos); // another connection may have its place
+    EXPECT_EQ(hungUp, std::vector<RequestOrder::Connection>{2});
     Take("x", "late");
     Register("x", "a");
     Take("x", "late"); // of a server that registers before it has answered what it holds

@@ -14,7 +14,7 @@ using zebl::QuillmereDataScheme;
 
 constexpr std::size_t kLargestFrame = 4096;
 
-/// @return null when `object` has no such text.
+/// @return null when `object` is no object, or has no such text.
 const std::string* FindText(const nlohmann::json& object, const std::string& key)
 {
     const auto found = object.find(key);
@@ -40,7 +40,6 @@ std::optional<Registration> ReadRegistration(std::string_view frame, std::size_t
     if (frame.size() > kLargestFrame || frame.find('{') == std::string_view::npos) return std::nullopt;
 
     const auto message = nlohmann::json::parse(frame.begin(), frame.end(), nullptr, false);
-    if (!message.is_object()) return std::nullopt;
     const std::string* type = FindText(message, QuillmereDataScheme::KEY_TYPE);
     if (type == nullptr || *type != QuillmereDataScheme::VALUE_TYPE_REGISTER) return std::nullopt;
 
