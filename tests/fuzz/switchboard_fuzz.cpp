@@ -32,6 +32,7 @@ struct Server
     std::string identity;
     std::string address;
     RequestOrder::Connection connection = 0; // 0 when there is none
+    bool isIdentified = false;               // once; then another connection may take the identity over
     std::deque<std::string> held{};
     std::size_t old = 0; // of those held, the first ones: from before this connection
 };
@@ -65,9 +66,11 @@ private:
         case 0:
             Disconnect(server);
             server.connection = mSwitchboard.AddConnection();
+            server.isIdentified = false;
             break;
         case 1: // the router learns the identity
-            if (server.connection != 0) mRoutes[server.identity] = server.connection;
+            if (server.connection != 0 && !server.isIdentified) mRoutes[server.identity] = server.connection;
+            server.isIdentified = true;
             break;
         case 2: // the router learns that a connection has ended
             if (FindRouted(server.identity) == nullptr) mRoutes.erase(server.identity);
