@@ -220,6 +220,10 @@ class Chaos:
             if name == REGISTRY:
                 second, self.world.current[name] = self.world.current[name], first
                 second.is_end_wanted = True
+                # Before anything else happens: it would serve if the first one were killed first.
+                if not self.waiter.wait_for(lambda: not second.is_running()):
+                    self.world.note("the second registration service does not end")
+                    self.world.kill(second)
             else:
                 self.later(pause, lambda: (self.world.kill(first), self.take_down(name, 0)))
 
