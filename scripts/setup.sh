@@ -16,7 +16,7 @@ packages[soak]="${packages[build]} python3"
 packages[memcheck]="${packages[test]} valgrind"
 packages[fuzz]="${packages[build]} clang libclang-rt-14-dev"
 packages[docs]="${packages[build]} doxygen graphviz mandoc"
-packages[guide]="${packages[build]} python3 python3-zmq"
+packages[guide]="${packages[build]} python3 python3-zmq socat"
 packages[debian]="debootstrap git procps"
 
 wanted=${packages[${1:-none}]:-}

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Does what docs/guide.md tells, with a temporary folder for a home, and fails when a command fails or prints something
 # else than the guide says. The comment before each block tells what it is: a file, lines to append to one, commands to
-# run, or what the commands before it print.
+# run, or what the commands before it print. It takes a free port for the guide's, and socat for ssh.
 source "$(dirname "${BASH_SOURCE[0]}")/../lib/common.sh"
 
 readonly guide=docs/guide.md
@@ -53,18 +53,40 @@ Compare()
     }
 }
 
+# Stands for ssh where it forwards a socket; it makes the socket on this machine, whatever the host.
+StandInForSsh()
+{
+    cat >"$1" <<'END'
+#!/bin/sh
+case "$#: $*" in
+"4: -N -L "*/*:/*" "*) exec socat "UNIX-LISTEN:${3%%:*},fork" "UNIX-CONNECT:${3#*:}" ;;
+esac
+echo "ssh: these are not the words for forwarding a socket: $*" >&2
+exit 2
+END
+    chmod +x "$1"
+}
+
+FreePort()
+{
+    python3 -c 'import socket; s = socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])'
+}
+
 scripts/setup.sh guide
 MakeWorkFolder
-mkdir "$work/home"
+mkdir "$work/home" "$work/bin"
+StandInForSsh "$work/bin/ssh"
 Extract
+port=$(FreePort)
+sed -i "s/\b5555\b/$port/g" "$work/blocks"
 {
     echo "set -euo pipefail"
     echo "trap 'for id in \$(jobs -pr); do kill \"\$id\" 2>/dev/null || true; done; wait' EXIT"
     cat "$work/blocks"
 } >"$work/session"
 
-# A reader's environment: Debian's own programs first, nothing of the caller's.
-env -i "HOME=$work/home" PATH=/usr/sbin:/usr/bin:/sbin:/bin LANG=C.UTF-8 timeout -k 10 "$patience" \
+# A reader's environment: Debian's own programs, nothing of the caller's.
+env -i "HOME=$work/home" "PATH=$work/bin:/usr/sbin:/usr/bin:/sbin:/bin" LANG=C.UTF-8 timeout -k 10 "$patience" \
     bash "$work/session" </dev/null >"$work/log" 2>&1 &
 wait "$!" || {
     status=$?
