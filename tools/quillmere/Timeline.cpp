@@ -105,7 +105,7 @@ void Timeline::Write(const std::string& line)
         return;
     }
     const int error = errno;
-    static_cast<void>(ftruncate(mFile.Get(), mSize)); // what has no end would spoil what follows
+    [[maybe_unused]] const int cut = ftruncate(mFile.Get(), mSize); // what has no end would spoil what follows
     if (std::exchange(mIsComplete, false))
         Warn("the timeline is incomplete from here on: " + std::generic_category().message(error));
 }
