@@ -21,13 +21,13 @@ public:
     AbstractServerConnector& operator=(const AbstractServerConnector&) = delete;
 
     /// Starts serving on a thread of its own and waits until that is ready. Does nothing on a server that listens.
-    /// @return `Success` when requests are being served, otherwise what failed; the server is then stopped.
+    /// @return `Success` when it listens, otherwise what failed: it then serves nothing.
     virtual StatusCode StartListening() = 0;
 
     /// Stops serving; waits for the request being handled. Do so before the server is deleted, never from its handler.
     /// Does nothing on a server that does not listen.
     /// @return `Success` when the server has stopped, otherwise what failed; its thread may then still run, and it must
-    /// not be deleted: start it, then stop it again.
+    /// not be deleted: start it, then stop it again, until both return `Success`.
     virtual StatusCode StopListening() = 0;
 
     /// Sets the handler that turns a request into a response; an empty function removes it, and requests are then
@@ -36,8 +36,8 @@ public:
     /// The handler runs on the server thread, one request at a time, and finds `response` empty. It must not throw
     /// (the process ends in `std::terminate`), must not call `StopListening` or `StartListening` of its own server,
     /// and delays every other request, and a stop, for as long as it runs. Signals are blocked on that thread, but for
-    /// those that a fault raises; a process that the handler starts inherits that, unless it is reset.
-    /// @param callback the handler, copied.
+    /// those that a fault raises; a thread or a process that the handler starts inherits that, unless it is reset.
+    /// @param callback the handler, taken over.
     void RegisterCallback(std::function<void(const ByteVector& request, ByteVector& response)> callback);
 
 protected:

@@ -35,9 +35,8 @@ public:
     /// @return
     /// - `Success`: `response` holds the reply. (A ZeroMQ call that fails with error number 0 counts as success too and
     ///   leaves `response` as it was.)
-    /// - `TimedOut` (76): no reply within `timeout`; the request may still be carried out, and its reply be given to
-    /// the
-    ///   next one.
+    /// - `TimedOut` (76): no reply within `timeout`; the request may still be carried out, and its reply be
+    ///   given to the next one.
     /// - `BlockingForbidden` (27): the operating mode forbids waiting; the request has been sent all the same.
     /// - otherwise `MakeStatusCodeFromErrno` of the ZeroMQ call that failed. A signal that interrupts the wait is one
     ///   of them (`EINTR`).

@@ -47,9 +47,8 @@ public:
     /// - `Success`: `response` holds the reply. (A ZeroMQ call that fails with error number 0 counts as success too and
     ///   leaves `response` as it was.)
     /// - `TimedOut` (76): no reply within `timeout`; the request may still be carried out.
-    /// - `Interrupted` (12): a message on the interrupt endpoint ended the wait; the request may still be carried out.
-    /// A
-    ///   reply received at the same moment is in `response`.
+    /// - `Interrupted` (12): a message on the interrupt endpoint ended the wait; the request may still be carried
+    ///   out. A reply received at the same moment is in `response`.
     /// - otherwise `MakeStatusCodeFromErrno` of the ZeroMQ call that failed. A signal that interrupts the wait is one
     ///   of them (`EINTR`).
     StatusCode SendRequest(const ByteVector& request, ByteVector& response, int timeout);

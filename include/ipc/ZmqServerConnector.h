@@ -39,10 +39,11 @@ public:
     /// When an earlier stop has failed, this first completes it, which may take as long as a stop; a thread that has
     /// ended meanwhile is just joined.
     /// @return
-    /// - `Success`: requests are being served.
+    /// - `Success`: requests are being served. (A server that listens returns this even when its thread has ended by
+    ///   itself, after a failed poll: stop it first.)
     /// - `Failure` (1): the front-end's connection can't be watched.
-    /// - otherwise `MakeStatusCodeFromErrno` of the ZeroMQ call that failed; nothing is left running or open. An empty
-    ///   identity and a bad endpoint (`EINVAL`) show here.
+    /// - otherwise `MakeStatusCodeFromErrno` of the ZeroMQ call that failed; nothing is left running or open, unless
+    ///   by an earlier stop, see below. An empty identity and a bad endpoint (`EINVAL`) show here.
     /// - when an earlier stop can't be completed: the failure of this attempt, or `Failure` where ZeroMQ has refused
     ///   the stop's last message, of which there is only one. The earlier thread still runs: call again once it has
     ///   ended, which it does when its context ends.
@@ -60,12 +61,12 @@ public:
     ///   number 0 counts as success too: the thread then runs on, as below.)
     /// - otherwise `MakeStatusCodeFromErrno` of the ZeroMQ call that failed. The thread may still run, answering
     ///   nothing: do not delete the connector, register a handler or set the startup message. The way out is
-    ///   `StartListening`, then `StopListening`.
+    ///   `StartListening`, then `StopListening`, until both return `Success`.
     StatusCode StopListening() override;
 
     /// Sets the address under which the server registers each time its connection is established, again after the
     /// registration service restarted. Without it nothing is sent. Call it while the server is stopped. When it throws,
-    /// for want of memory, what is sent is the message of before, or an empty one.
+    /// for want of memory, what is sent is the message that was set before, or an empty one.
     /// @param address where clients find the service: the registration service decides which addresses it takes.
     virtual void SetStartupMessage(const std::string& address);
 
@@ -131,7 +132,7 @@ protected:
     ByteVector mStartupMessage;            ///< the registration, empty until `SetStartupMessage` is called
     std::string mIdentity;                 ///< as given to the constructor
     std::atomic<bool> mProcessingMessages; ///< false once the server is to stop
-    std::thread mServerThread;             ///< the owner's, as all members but `mControlEndpoint`
+    std::thread mServerThread;             ///< touched by the owner only
     void* mContext;                        ///< as given to the constructor
     bool mStartupMessageSet;               ///< whether `SetStartupMessage` was called
 

@@ -20,7 +20,8 @@ public:
     ZmqServerSequentialTwoPriorities(const std::string& endpoint, void* context, const std::string& identity);
     ~ZmqServerSequentialTwoPriorities() override;
 
-    /// Sets both addresses: the given one, and the one that starts with "RT".
+    /// Sets both addresses: the given one, and the one that starts with "RT". When it throws, each front-end may
+    /// register under another one than before, or not.
     /// @param address of the ordinary front-end.
     /// @throws std::length_error when the address is too long for a string that also holds "RT".
     void SetStartupMessage(const std::string& address) override;

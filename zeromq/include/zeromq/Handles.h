@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <utility>
 
-// What the library and the measurements own of ZeroMQ, and what both poll.
+// Owners of ZeroMQ handles and helpers for polling, shared by the library and the measurements.
 
 namespace zeb::tolvo
 {
@@ -36,7 +36,7 @@ private:
     void* mHandle;
 };
 
-/// A message, closed when its scope ends, unless ZeroMQ refused to initialise it.
+/// A message, closed when its scope ends, unless ZeroMQ refused to initialise it and nothing was received into it.
 class ZmqMessage
 {
 public:
