@@ -13,15 +13,6 @@ extern "C" void* zmq_ctx_new()
 namespace
 {
 
-TEST(FactoryWithoutContextDeathTest, LogsWithItsTagAtLoad)
-{
-    testing::GTEST_FLAG(death_test_style) =
-        "threadsafe"; // starts the program anew and reads what it prints from load on
-    EXPECT_EXIT(
-        _exit(0), testing::ExitedWithCode(0),
-        "\\]\\[zeb.ipc.transport.connectors.rpc.library\\] ZmqConnectorFactory: Failed to create ZMQ context, 24");
-}
-
 TEST(FactoryWithoutContext, BuildsEachKindOfConnectorThatReportsTheFailureWhenUsed)
 {
     const CapturedLog log;

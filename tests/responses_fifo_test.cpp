@@ -5,45 +5,36 @@
 
 #include <cstdio>
 #include <cstring>
-#include <future>
-#include <map>
 
 namespace
 {
 
 const std::string kTag = "[zeb.ipc.transport.connectors.rpc.library] ";
 
-bool IsReadable(const ipc::ResponsesFIFO& fifo, int timeout = 0)
+struct Fifo : testing::Test
 {
-    pollfd item{fifo.GetReadFd(), POLLIN, 0};
-    return poll(&item, 1, timeout) == 1;
-}
+    Fifo() { EXPECT_EQ(fifo.Initialize(), StatusCode::Success); }
 
-TEST(ResponsesFIFO, IsReadableWhileResponsesAreQueued)
-{
+    const DescriptorsComeBack guard;
     ipc::ResponsesFIFO fifo;
-    ASSERT_EQ(fifo.Initialize(), StatusCode::Success);
-    const Lines bodies = {"one", "", "three"};
-    for (const std::string& body : bodies) fifo.PushResponse(Bytes(body));
-    for (const std::string& body : bodies)
-    {
-        EXPECT_TRUE(IsReadable(fifo)) << body;
-        EXPECT_TRUE(fifo.AreResponsesPending()) << body;
-        EXPECT_EQ(Text(fifo.PopResponse()), body);
-    }
-    EXPECT_FALSE(IsReadable(fifo));
-    EXPECT_FALSE(fifo.AreResponsesPending());
+};
 
+TEST_F(Fifo, IsReadableForAnEmptyResponseAndForOneTakenWithoutItsByte)
+{
+    fifo.PushResponse({});
+    EXPECT_TRUE(IsReadable(fifo.GetReadFd(), 0));
+    EXPECT_TRUE(fifo.AreResponsesPending());
+    EXPECT_EQ(fifo.PopResponse(), ByteVector{});
+    EXPECT_FALSE(fifo.AreResponsesPending());
     fifo.PushResponse(Bytes("taken without its byte"));
     EXPECT_EQ(Text(fifo.GetResponse()), "taken without its byte");
-    EXPECT_TRUE(IsReadable(fifo));
+    EXPECT_TRUE(IsReadable(fifo.GetReadFd(), 0));
     EXPECT_EQ(fifo.PopResponse(), ByteVector{});
+    fifo.PushResponse(Bytes("dropped with the queue"));
 }
 
-TEST(ResponsesFIFO, FullAndEmptyPipeLoseNoResponse)
+TEST_F(Fifo, FullAndEmptyPipeLoseNoResponse)
 {
-    ipc::ResponsesFIFO fifo;
-    ASSERT_EQ(fifo.Initialize(), StatusCode::Success);
     const int responses = fcntl(fifo.GetReadFd(), F_SETPIPE_SZ, 4096) + 1;
     const std::string reason = std::string(" failed (errno=") + strerror(EAGAIN) + ")";
     for (const int level : {6, 5})
@@ -58,7 +49,7 @@ TEST(ResponsesFIFO, FullAndEmptyPipeLoseNoResponse)
     }
 }
 
-TEST(ResponsesFIFO, WithoutAPipeItQueuesAndLeavesStandardInputAlone)
+TEST(FifoWithoutAPipe, QueuesAndLeavesStandardInputAlone)
 {
     CapturedLog log(7);
     ASSERT_NE(std::freopen("/proc/self/exe", "r", stdin), nullptr);
@@ -74,31 +65,24 @@ TEST(ResponsesFIFO, WithoutAPipeItQueuesAndLeavesStandardInputAlone)
     EXPECT_EQ(log.Take(), Lines{kTag + "Pipe Failed"});
 }
 
-TEST(ResponsesFIFO, GivesEachProducersResponsesOnceAndInOrder)
+TEST_F(Fifo, IsReadableUntilEachProducersResponsesAreTakenOnceAndInOrder)
 {
     constexpr int kResponses = 5'000;
-    const DescriptorsComeBack guard;
-    ipc::ResponsesFIFO fifo;
-    ASSERT_EQ(fifo.Initialize(), StatusCode::Success);
-    const auto produce = [&](char producer) {
-        for (int response = 0; response < kResponses; ++response)
-        {
-            fifo.PushResponse(Bytes(producer + std::to_string(response)));
-        }
-    };
     std::map<char, int> next = {{'a', 0}, {'b', 0}, {'c', 0}, {'d', 0}};
     std::vector<std::future<void>> producers;
-    for (const auto& [name, response] : next) producers.push_back(std::async(std::launch::async, produce, name));
+    for (const auto& [name, response] : next)
+        producers.push_back(std::async(std::launch::async, [this, name = name] {
+            for (int number = 0; number < kResponses; ++number) fifo.PushResponse(Bytes(name + std::to_string(number)));
+        }));
     for (int response = 0; response < 4 * kResponses; ++response)
     {
-        ASSERT_TRUE(IsReadable(fifo, kPatience));
+        ASSERT_TRUE(IsReadable(fifo.GetReadFd()));
+        ASSERT_TRUE(fifo.AreResponsesPending());
         const std::string body = Text(fifo.PopResponse());
         ASSERT_EQ(body.substr(1), std::to_string(next.at(body.at(0))++));
     }
-    for (std::future<void>& producer : producers) producer.get();
-    EXPECT_FALSE(IsReadable(fifo));
+    EXPECT_FALSE(IsReadable(fifo.GetReadFd(), 0));
     EXPECT_FALSE(fifo.AreResponsesPending());
-    fifo.PushResponse(Bytes("dropped with the queue"));
 }
 
 } // namespace

@@ -1,4 +1,4 @@
-#include "support/World.h"
+#include "support/ServerThread.h"
 
 #include <ipc/convenience/Guarded.h>
 #include <ipc/convenience/ServerHandle.h>
@@ -14,9 +14,9 @@ using ipc::convenience::UnknownException;
 /// A server whose stop fails in its first attempts, for want of a socket, wherever they are made.
 struct Stubborn : OnePriority
 {
-    Stubborn(zmq::context_t& context, bool& isGone) : Exposed(kService, context.handle(), "id"), isDeleted(isGone) {}
+    using OnePriority::OnePriority;
 
-    ~Stubborn() override { isDeleted = true; }
+    ~Stubborn() override { sIsDeleted = true; }
 
     StatusCode StartListening() override
     {
@@ -25,84 +25,69 @@ struct Stubborn : OnePriority
     }
 
     int failures = 0;
-    bool& isDeleted;
+    static inline bool sIsDeleted = false;
 };
 
-struct ServerHandles : testing::TestWithParam<int>
+struct ServerHandles : ServerThread
 {
-    ServerHandles() { faults::areSleepsShort = true; }
-
-    ~ServerHandles() override
+    void Start()
     {
-        faults::Reset();
-        faults::areSleepsShort = false;
+        Stubborn::sIsDeleted = false;
+        handle.reset(stubborn = new Stubborn(endpoint, context.handle(), "id"));
+        ASSERT_EQ(handle->StartListening(), StatusCode::Success);
     }
 
-    CapturedLog log;
-    zmq::context_t context;
-    Peer service{context, zmq::socket_type::dealer, kService};
-    bool isDeleted = false;
-    Stubborn* const server = new Stubborn(context, isDeleted); // the handle's
-    ServerHandle handle{server};
+    void FailStops(int count)
+    {
+        stubborn->failures = count;
+        faults::Fail("zmq_socket", EMFILE);
+    }
+
+    Stubborn* stubborn = nullptr; // the handle's
+    ServerHandle handle = MakeServer(endpoint, "id");
 };
 
-TEST_P(ServerHandles, EndStopsAndDeletes)
+TEST_F(ServerHandles, EndDeletesAServerWhateverHasFailed)
 {
-    ASSERT_EQ(handle->StartListening(), StatusCode::Success);
-    server->failures = GetParam();
-    if (GetParam() > 0) faults::Fail("zmq_socket", EMFILE);
-    handle.reset();
-    EXPECT_TRUE(isDeleted);
-}
-
-INSTANTIATE_TEST_SUITE_P(AfterFailures, ServerHandles, testing::Values(0, 1, 3), testing::PrintToStringParamName());
-
-TEST_F(ServerHandles, EndIsNotFooledByAStopThatHasFailedBefore)
-{
-    ASSERT_EQ(handle->StartListening(), StatusCode::Success);
-    faults::Fail("zmq_socket", EMFILE);
-    EXPECT_EQ(handle->StopListening(), MakeStatusCodeFromErrno(EMFILE));
-    handle.reset();
-    EXPECT_TRUE(isDeleted);
-}
-
-TEST_F(ServerHandles, EndDeletesAServerThatNeverStartedOrCannotStartAgain)
-{
-    ASSERT_EQ(handle->StartListening(), StatusCode::Success);
-    faults::Fail("zmq_socket", EMFILE);
-    EXPECT_NE(handle->StopListening(), StatusCode::Success);
-    faults::Fail("zmq_socket", EMFILE, 1); // after that stop's publisher the new thread's first socket
-    handle.reset();
-    EXPECT_TRUE(isDeleted);
-    const ServerHandle unused = MakeServer(kService, "id");
+    const auto failStop = [&] {
+        FailStops(1);
+        EXPECT_EQ(handle->StopListening(), MakeStatusCodeFromErrno(EMFILE));
+    };
+    const auto failStopAndStart = [&] {
+        failStop();
+        faults::Fail("zmq_socket", EMFILE, 1); // after that stop's publisher the new thread's first socket
+    };
+    const auto endContext = [&] {
+        context.shutdown();
+        EXPECT_EQ(handle->StopListening(), MakeStatusCodeFromErrno(ETERM));
+    };
+    using Case = std::pair<const char*, std::function<void()>>;
+    for (const auto& [failing, fail] :
+         {Case("nothing", [] {}), Case("one stop", [&] { FailStops(1); }), Case("three stops", [&] { FailStops(3); }),
+          Case("a stop before", failStop), Case("and the next start", failStopAndStart), Case("all", endContext)})
+    {
+        SCOPED_TRACE(failing);
+        Start();
+        fail();
+        handle.reset();
+        EXPECT_TRUE(Stubborn::sIsDeleted);
+    }
 }
 
 TEST_F(ServerHandles, EndKeepsAServerThatNothingStops)
 {
-    ASSERT_EQ(handle->StartListening(), StatusCode::Success);
-    server->failures = 1000;
-    faults::Fail("zmq_socket", EMFILE);
+    Start();
+    FailStops(1000);
     handle.reset();
-    ASSERT_FALSE(isDeleted);
-    server->failures = 0;
+    ASSERT_FALSE(Stubborn::sIsDeleted);
+    FailStops(0);
     faults::Reset();
-    handle.reset(server);
+    handle.reset(stubborn);
     EXPECT_EQ(handle->StartListening(), StatusCode::Success);
-}
-
-TEST_F(ServerHandles, EndDeletesAServerWhoseContextHasEnded)
-{
-    ASSERT_EQ(handle->StartListening(), StatusCode::Success);
-    context.shutdown();
-    handle.reset();
-    EXPECT_TRUE(isDeleted);
 }
 
 TEST_F(ServerHandles, GuardedHandlerAnswersWhateverIsThrown)
 {
-    const TempFolder folder;
-    Peer router(context, zmq::socket_type::router, folder.Endpoint("servers"));
-    handle = MakeServer(folder.Endpoint("servers"), "id");
     handle->SetStartupMessage("svc");
     handle->RegisterCallback(Guarded(
         [](const ByteVector& request, ByteVector& response) {
@@ -116,13 +101,11 @@ TEST_F(ServerHandles, GuardedHandlerAnswersWhateverIsThrown)
             return dynamic_cast<const UnknownException*>(&error) == nullptr ? error.what() : std::string("unknown");
         }));
     ASSERT_EQ(handle->StartListening(), StatusCode::Success);
-    ASSERT_NE(router.Receive().find("register"), std::string::npos);
-    for (const auto& [request, reply] : {std::pair("fine", "half a reply"), std::pair("error", "no such file"),
-                                         std::pair("number", "unknown"), std::pair("twice", "")})
-    {
-        router.Send({"id", request});
-        EXPECT_EQ(router.Receive(), std::string("id|") + reply);
-    }
+    service.Receive(); // its registration
+    EXPECT_EQ(Exchange("fine"), "id|half a reply");
+    EXPECT_EQ(Exchange("error"), "id|no such file");
+    EXPECT_EQ(Exchange("number"), "id|unknown");
+    EXPECT_EQ(Exchange("twice"), "id|");
 }
 
 } // namespace

@@ -7,10 +7,14 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
-#include <stdexcept>
+#include <future>
+#include <map>
+#include <poll.h>
+#include <regex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -39,12 +43,18 @@ struct FatalFailuresThrow : testing::EmptyTestEventListener
 inline const bool kDoFatalFailuresThrow =
     (testing::UnitTest::GetInstance()->listeners().Append(new FatalFailuresThrow), true);
 
+inline bool IsReadable(int fd, int timeout = kPatience)
+{
+    pollfd item{fd, POLLIN, 0};
+    return poll(&item, 1, timeout) == 1;
+}
+
 /// A folder of its own for socket files, removed at the end.
 struct TempFolder
 {
     TempFolder()
     {
-        if (mkdtemp(mPath.data()) == nullptr) throw std::runtime_error("mkdtemp");
+        [this] { ASSERT_NE(mkdtemp(mPath.data()), nullptr); }();
     }
 
     ~TempFolder() { std::filesystem::remove_all(mPath); }

@@ -4,10 +4,8 @@
 
 #include <zebl/RootLogger.h>
 
-#include <algorithm>
 #include <array>
 #include <fcntl.h>
-#include <poll.h>
 #include <sstream>
 #include <unistd.h>
 
@@ -43,8 +41,7 @@ struct CapturedLog
     /// Takes what is written until it holds `text`.
     bool Await(const std::string& text)
     {
-        pollfd item{mPipe[0], POLLIN, 0};
-        while (poll(&item, 1, kPatience) > 0)
+        while (IsReadable(mPipe[0]))
             if (Read().find(text) != std::string::npos) return true;
         return false;
     }

@@ -10,6 +10,7 @@
 #include <map>
 #include <mutex>
 #include <regex>
+#include <sys/eventfd.h>
 #include <thread>
 #include <unistd.h>
 
@@ -83,6 +84,7 @@ extern "C"
     PASS_ON(zmq_msg_close, (zmq_msg_t * message), (message), "message")
     PASS_ON(zmq_errno, (), (), "")
     PASS_ON(zmq_socket_monitor, (void* socket, const char* endpoint, int events), (socket, endpoint, events), endpoint)
+    PASS_ON(eventfd, (unsigned int value, int flags) noexcept, (value, flags), "")
     PASS_ON(pipe2, (int fds[2], int flags) noexcept, (fds, flags), "")
 
     void* zmq_socket(void* context, int type)
@@ -91,12 +93,10 @@ extern "C"
         if (Fails("zmq_socket", kSocketTypes[type])) return nullptr;
         void* socket = real(context, type);
         const Lock lock(Get().mutex);
-        if (socket != nullptr && tCallsInside == 0)
-        {
-            const int number = ++Get().made[type];
-            Get().sockets[socket] = {kSocketTypes[type] + (number > 1 ? std::to_string(number) : ""),
-                                     std::this_thread::get_id()};
-        }
+        if (socket == nullptr || tCallsInside > 0) return socket;
+        const int number = ++Get().made[type];
+        Get().sockets[socket] = {kSocketTypes[type] + (number > 1 ? std::to_string(number) : ""),
+                                 std::this_thread::get_id()};
         return socket;
     }
 
@@ -114,15 +114,14 @@ extern "C"
 
     int nanosleep(const timespec* wanted, timespec* remaining)
     {
-        constexpr long kStopDelayNs = 500'000'000;
-        constexpr long kRemainingNs = 300'000'000;
         static const auto real = reinterpret_cast<decltype(&nanosleep)>(dlsym(RTLD_NEXT, "nanosleep"));
         // The stop's sleeps only: ZeroMQ's and the runtimes' are their own.
-        const bool isStop = wanted->tv_sec == 0 && (wanted->tv_nsec == kStopDelayNs || wanted->tv_nsec == kRemainingNs);
-        if (!faults::areSleepsShort || !isStop || remaining == nullptr) return real(wanted, remaining);
+        const bool isWhole = wanted->tv_nsec == 500'000'000;
+        const bool isRest = wanted->tv_nsec == 300'000'000;
+        if (!faults::areSleepsShort || remaining == nullptr || isWhole == isRest) return real(wanted, remaining);
         Fails("nanosleep", std::to_string(wanted->tv_nsec));
-        if (wanted->tv_nsec == kRemainingNs) return 0;
-        *remaining = {0, kRemainingNs};
+        if (isRest) return 0;
+        *remaining = {0, 300'000'000};
         errno = EINTR;
         return -1;
     }

@@ -24,16 +24,32 @@ struct Peer : zmq::socket_t
             send(zmq::buffer(frame), &frame == &frames.back() ? zmq::send_flags::none : zmq::send_flags::sndmore);
     }
 
-    /// The next message as "frame|frame|...". None in time ends the test.
-    std::string Receive()
+    /// The frames of the next message. None in time ends the test.
+    Lines Frames()
     {
-        std::string frames;
+        Lines frames;
         zmq::message_t frame;
         do {
             const bool hasCome = recv(frame).has_value();
             [&] { ASSERT_TRUE(hasCome) << "no message in time"; }();
-            frames += (frames.empty() ? "" : "|") + frame.to_string();
+            frames.push_back(frame.to_string());
         } while (frame.more());
         return frames;
+    }
+
+    /// The next message as "frame|frame|...".
+    std::string Receive()
+    {
+        std::string joined;
+        for (const std::string& frame : Frames()) joined += (joined.empty() ? "" : "|") + frame;
+        return joined;
+    }
+
+    /// Takes the next request at a router, and sends it back with `more` behind it.
+    std::string Answer(const std::string& more = "")
+    {
+        const Lines request = Frames();
+        Send({request.at(0), request.at(1) + more});
+        return request.at(1);
     }
 };

@@ -2,6 +2,8 @@
 
 #include "support/World.h"
 
+const std::string kTag = "[ipc::ZmqServerConnector] ";
+
 inline void Echo(const ByteVector& request, ByteVector& response) { response = request; }
 
 inline std::string Registration(const std::string& identity, const std::string& address)

@@ -12,25 +12,14 @@
 const std::string kService = "inproc://service";
 const std::string kInterrupt = "inproc://interrupt";
 
-/// A server whose protected operations a test drives one by one. Its thread has to be joined by the test; one that a
-/// failed test leaves is ended instead of the process, at the cost of the context where a stop fails.
+/// A server whose protected operations a test drives one by one. Its thread has to be joined by the test.
 template <typename Server>
 struct Exposed : Server
 {
     using Server::Server;
 
-    ~Exposed() override
-    {
-        if (!this->mServerThread.joinable()) return;
-        ADD_FAILURE() << "a server's thread was left";
-        this->StopListening();
-        if (!this->mServerThread.joinable()) return;
-        zmq_ctx_shutdown(this->mContext);
-        this->mServerThread.join();
-    }
-
-    using Server::CreateFrontEndSocket, Server::ProcessConnectionEvents, Server::ReadAndProcessBurstOfRequests,
-        Server::RunServer, Server::StopProcessingMessages, Server::mControlEndpoint, Server::mServerThread;
+    using Server::ProcessConnectionEvents, Server::ReadAndProcessBurstOfRequests, Server::RunServer,
+        Server::StopProcessingMessages, Server::mControlEndpoint, Server::mServerThread;
 };
 
 using OnePriority = Exposed<ipc::ZmqServerSequentialOnePriority>;
