@@ -2,9 +2,6 @@
 
 #include <ipc/ZmqConnectorFactory.h>
 
-namespace
-{
-
 struct Clients : testing::Test, World
 {
 };
@@ -58,17 +55,6 @@ TEST_F(Clients, OfTheFactoryAreIndependentAndGiveTheirDescriptorsBack)
     EXPECT_NE(router.Receive(), router.Receive());
 }
 
-TEST_F(Clients, DealerIsInterruptedSilently)
-{
-    log.SetLevel(7);
-    auto waiting = std::async(std::launch::async, [&] { return dealer.SendRequest({}, response, -1); });
-    EXPECT_EQ(service.Receive(), ""); // its subscriber has connected before
-    interrupter.Send({""});
-    EXPECT_EQ(waiting.get(), StatusCode::Interrupted);
-    EXPECT_EQ(Text(response), "untouched");
-    EXPECT_EQ(log.Take(), Lines{});
-}
-
 TEST_F(Clients, DealerGivesEachOfEightThreadsItsOwnAnswers)
 {
     Peer router(context, zmq::socket_type::router, "inproc://shared");
@@ -87,5 +73,3 @@ TEST_F(Clients, DealerGivesEachOfEightThreadsItsOwnAnswers)
     for (int request = 0; request < 8 * 50; ++request) router.Answer();
     for (std::future<void>& finished : callers) finished.get();
 }
-
-} // namespace

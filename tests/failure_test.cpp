@@ -3,9 +3,6 @@
 #include <cstring>
 #include <fstream>
 
-namespace
-{
-
 Lines Split(const std::string& text, const std::string& separator)
 {
     if (text.empty()) return {};
@@ -74,6 +71,11 @@ const std::map<std::string, std::string (*)(World&)> kOperations = {
      }},
     {"start", [](World& world) { return Status(world.one.StartListening()); }},
     {"start both", [](World& world) { return Status(world.two.StartListening()); }},
+    {"burst unhandled",
+     [](World& world) {
+         world.one.RegisterCallback({});
+         return Left(world.Burst(100));
+     }},
     {"burst of three", [](World& world) { return Left(world.Burst(100)); }},
     {"connection event", [](World& world) { return Left(world.ProcessEvent()); }},
 };
@@ -149,5 +151,3 @@ TEST_P(Operation, DoesWhatItsRowSaysAndLeavesNothingOpen)
 
 INSTANTIATE_TEST_SUITE_P(Failures, Operation, testing::ValuesIn(ReadTable()),
                          [](const testing::TestParamInfo<Row>& row) { return row.param.name; });
-
-} // namespace

@@ -10,9 +10,6 @@ extern "C" void* zmq_ctx_new()
     return nullptr;
 }
 
-namespace
-{
-
 TEST(FactoryWithoutContext, BuildsEachKindOfConnectorThatReportsTheFailureWhenUsed)
 {
     const CapturedLog log;
@@ -30,5 +27,3 @@ TEST(FactoryWithoutContext, BuildsEachKindOfConnectorThatReportsTheFailureWhenUs
         EXPECT_EQ(server->StopListening(), StatusCode::Success);
     }
 }
-
-} // namespace

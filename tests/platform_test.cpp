@@ -2,7 +2,7 @@
 
 #include <zebl/QuillmereDataScheme.h>
 
-TEST(Platform, LoggerWritesWholeLinesOfAnyLengthFromAnyThread)
+TEST(Platform, LoggerWritesWholeLinesOfAnyLength)
 {
     CapturedLog log(5);
     auto& logger = zebl::Log::RootLogger::GetInstance();
@@ -15,15 +15,6 @@ TEST(Platform, LoggerWritesWholeLinesOfAnyLengthFromAnyThread)
         logger.Print(TolvoLogLevel::Info, "above the level");
         EXPECT_EQ(log.Take(), Lines{std::string(length, 'x')});
     }
-    std::vector<std::future<void>> threads;
-    for (const char letter : {'a', 'b', 'c', 'd'})
-        threads.push_back(std::async(std::launch::async, [&logger, line = std::string(600, letter)] {
-            for (int print = 0; print < 200; ++print) logger.Print(TolvoLogLevel::Notice, "%s", line.c_str());
-        }));
-    for (std::future<void>& thread : threads) thread.get();
-    const Lines lines = log.Take();
-    EXPECT_EQ(lines.size(), 800U);
-    for (const std::string& line : lines) EXPECT_EQ(line, std::string(600, line.at(0)));
 }
 
 TEST(Platform, RegistrationIsCompactJsonWhateverTheBytes)

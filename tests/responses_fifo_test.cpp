@@ -6,9 +6,6 @@
 #include <cstdio>
 #include <cstring>
 
-namespace
-{
-
 const std::string kTag = "[zeb.ipc.transport.connectors.rpc.library] ";
 
 struct Fifo : testing::Test
@@ -84,5 +81,3 @@ TEST_F(Fifo, IsReadableUntilEachProducersResponsesAreTakenOnceAndInOrder)
     EXPECT_FALSE(IsReadable(fifo.GetReadFd(), 0));
     EXPECT_FALSE(fifo.AreResponsesPending());
 }
-
-} // namespace

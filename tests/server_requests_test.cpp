@@ -1,8 +1,5 @@
 #include "support/World.h"
 
-namespace
-{
-
 /// Servers whose queues are filled before anything is served.
 struct WiredServers : testing::Test, World
 {
@@ -114,5 +111,3 @@ TEST_F(WiredServers, TwoPrioritiesHeedTheStopFirstAndRegisterAfterTheRequests)
     EXPECT_EQ(served, "Uo"); // as before
     EXPECT_FALSE(rtMonitor.IsEmpty());
 }
-
-} // namespace

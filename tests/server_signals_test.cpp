@@ -4,9 +4,6 @@
 #include <cstring>
 #include <locale>
 
-namespace
-{
-
 TEST_F(ServerThread, SignalsAtAnyWaitEndNothingButRequestsOfClients)
 {
     const std::string clients = folder.Endpoint("clients");
@@ -87,5 +84,3 @@ TEST_F(ServerThread, PollingGoesOnAfterASignalAndEndsWithAnError)
     ASSERT_TRUE(log.Await("[ipc::ZmqServerSequentialOnePriority] zmq_poll exited with error 12"));
     Stop();
 }
-
-} // namespace

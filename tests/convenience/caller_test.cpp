@@ -8,9 +8,6 @@
 #include <spawn.h>
 #include <sys/wait.h>
 
-namespace
-{
-
 using namespace std::chrono_literals;
 using ipc::convenience::AsyncCaller;
 using ipc::convenience::Caller;
@@ -24,8 +21,6 @@ struct Callers : testing::Test
 {
     /// The identity of the client whose request comes next.
     std::string Next() { return peer.Frames().at(0); }
-
-    void AnswerNext() { peer.Answer(" answered"); }
 
     /// Queues a request whose end is noted in `ends`.
     bool Queue(AsyncCaller& caller, const std::string& request, Timeout timeout = kLong)
@@ -55,7 +50,7 @@ TEST_F(Callers, LateReplyIsLost)
     EXPECT_EQ(caller.Call("first", 0ms).status, StatusCode::TimedOut);
     peer.Send({Next(), "late"});
     Caller moved(std::move(caller));
-    auto answered = std::async(std::launch::async, [&] { AnswerNext(); });
+    auto answered = std::async(std::launch::async, [&] { peer.Answer(" answered"); });
     EXPECT_EQ(moved.Call(Bytes("second"), kLong).Text(), "second answered");
 }
 
@@ -66,7 +61,7 @@ TEST_F(Callers, LateReplyIsLostInAnEventLoop)
     ASSERT_TRUE(IsReadable(caller.GetFd()));
     peer.Send({Next(), "late"});
     ASSERT_TRUE(Queue(caller, "second"));
-    AnswerNext();
+    peer.Answer(" answered");
     Dispatch(caller, 2);
     EXPECT_EQ(ends, (Lines{"first: timed out", "second: second answered"}));
 }
@@ -81,12 +76,12 @@ TEST_F(Callers, DoneMayThrowCallAndDispatch)
         ends.emplace_back("nests");
     }));
     ASSERT_TRUE(Queue(caller, "behind"));
-    for (int request = 0; request < 3; ++request) AnswerNext();
+    for (int request = 0; request < 3; ++request) peer.Answer(" answered");
     ASSERT_TRUE(IsReadable(caller.GetFd()));
     EXPECT_THROW(caller.Dispatch(), std::runtime_error);
     Dispatch(caller, 2);
     EXPECT_EQ(ends, (Lines{"behind: behind answered", "nests"}));
-    AnswerNext();
+    peer.Answer(" answered");
     Dispatch(caller, 3);
     EXPECT_EQ(ends.back(), "from inside: from inside answered");
     EXPECT_FALSE(IsReadable(caller.GetFd(), 0));
@@ -97,19 +92,19 @@ TEST_F(Callers, RequestsBeyondTheLimitAreNotTaken)
     AsyncCaller caller(endpoint, 2);
     EXPECT_TRUE(Queue(caller, "1"));
     EXPECT_TRUE(Queue(caller, "2"));
-    AnswerNext();
+    peer.Answer(" answered");
     ASSERT_TRUE(IsReadable(caller.GetFd()));
     EXPECT_FALSE(Queue(caller, "3"));
     caller.Dispatch();
     EXPECT_TRUE(Queue(caller, "4"));
-    for (int request = 0; request < 2; ++request) AnswerNext();
+    for (int request = 0; request < 2; ++request) peer.Answer(" answered");
     Dispatch(caller, 3);
     EXPECT_EQ(ends, (Lines{"1: 1 answered", "2: 2 answered", "4: 4 answered"}));
 }
 
 TEST_F(Callers, EndFromEveryStateDropsWhatWaits)
 {
-    auto answered = std::async(std::launch::async, [&] { AnswerNext(); });
+    auto answered = std::async(std::launch::async, [&] { peer.Answer(" answered"); });
     Caller keeper(endpoint); // from here on ZeroMQ's threads have their descriptors
     EXPECT_TRUE(keeper.Call("", kLong));
     const DescriptorsComeBack guard;
@@ -246,5 +241,3 @@ TEST(Describe, SaysEachStatusInWords)
     EXPECT_EQ(words, (Lines{"success", "failed", "interrupted by a message", "waiting is forbidden", "timed out",
                             "Invalid argument", "the ZeroMQ context has ended", "status 99"}));
 }
-
-} // namespace

@@ -3,9 +3,6 @@
 #include <ipc/convenience/Guarded.h>
 #include <ipc/convenience/ServerHandle.h>
 
-namespace
-{
-
 using ipc::convenience::Guarded;
 using ipc::convenience::MakeServer;
 using ipc::convenience::ServerHandle;
@@ -107,5 +104,3 @@ TEST_F(ServerHandles, GuardedHandlerAnswersWhateverIsThrown)
     EXPECT_EQ(Exchange("number"), "id|unknown");
     EXPECT_EQ(Exchange("twice"), "id|");
 }
-
-} // namespace

@@ -4,9 +4,6 @@
 #include <fstream>
 #include <random>
 
-namespace
-{
-
 using namespace std::string_literals;
 
 TEST(DeviceStatus, WordsAreAnsweredWithTheKernelsWholeFile)
@@ -32,5 +29,3 @@ TEST(DeviceStatus, AnythingElseIsAnsweredWithTheKnownWords)
                   "unknown request; ask for one of: uptime loadavg meminfo cpuinfo\n")
             << request.substr(0, 40);
 }
-
-} // namespace
