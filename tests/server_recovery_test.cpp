@@ -64,6 +64,17 @@ TEST_F(FailedStarts, ForWantOfSocketsLetTheirContextEnd)
     }
 }
 
+// Once in a few starts the first front-end's connection stands only when its monitor is being closed.
+TEST_F(FailedStarts, OfASecondFrontEndDoNotFreezeTheContext)
+{
+    TwoPriorities tooLong(endpoint, context.handle(), std::string(254, 'i'));
+    for (int start = 0; start < 100; ++start)
+        ASSERT_EQ(tooLong.StartListening(), MakeStatusCodeFromErrno(EINVAL)) << start;
+    StartAndRegister();
+    EXPECT_EQ(Exchange("request"), "id|request");
+    Stop();
+}
+
 using FailedStop = ServerThread;
 
 TEST_F(FailedStop, IsCompletedByTheNextStart)

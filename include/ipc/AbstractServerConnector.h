@@ -36,7 +36,8 @@ public:
     /// The handler runs on the server thread, one request at a time, and finds `response` empty. It must not throw
     /// (the process ends in `std::terminate`), must not call `StopListening` or `StartListening` of its own server,
     /// and delays every other request, and a stop, for as long as it runs. Signals are blocked on that thread, but for
-    /// those that a fault raises; a thread or a process that the handler starts inherits that, unless it is reset.
+    /// those that a fault raises: a handler that lets some through blocks them again, or its reply may be lost. A
+    /// thread or a process that the handler starts inherits that, unless it is reset.
     /// @param callback the handler, taken over.
     void RegisterCallback(std::function<void(const ByteVector& request, ByteVector& response)> callback);
 

@@ -60,8 +60,8 @@ public:
     /// - `Success`: the thread has ended and its sockets are closed. (A last message that ZeroMQ refuses with error
     ///   number 0 counts as success too: the thread then runs on, as below.)
     /// - otherwise `MakeStatusCodeFromErrno` of the ZeroMQ call that failed. The thread may still run, answering
-    ///   nothing: do not delete the connector, register a handler or set the startup message. The way out is
-    ///   `StartListening`, then `StopListening`, until both return `Success`.
+    ///   nothing, and taking processor time while requests wait: do not delete the connector, register a handler or set
+    ///   the startup message. The way out is `StartListening`, then `StopListening`, until both return `Success`.
     StatusCode StopListening() override;
 
     /// Sets the address under which the server registers each time its connection is established, again after the
@@ -99,6 +99,10 @@ protected:
     /// Makes ZeroMQ let go of the control socket of a start that failed. Call it before that socket is closed.
     /// @param control what `CreateControlSocket` has stored; may be null.
     void ReleasePendingSubscriber(void* control);
+
+    /// For the front-ends of a start that failed after they were created. Call it before they are closed.
+    /// @param frontEnd what `CreateFrontEndSocket` has stored; may be null.
+    static void SwitchOffMonitor(void* frontEnd);
 
     /// Takes one event and registers when the connection stands. Blocks unless `monitor` is readable, and while ZeroMQ
     /// can't queue the registration.

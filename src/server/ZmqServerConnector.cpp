@@ -209,6 +209,13 @@ void ZmqServerConnector::ReleasePendingSubscriber(void* control)
     if (zmq_bind(control, mControlEndpoint.c_str()) == 0) zmq_unbind(control, mControlEndpoint.c_str());
 }
 
+/// ZeroMQ would tell of a connection that comes to stand while the front-end is closed, and, once nobody receives such
+/// events any more, wait for ever, on the thread that moves all messages of the context.
+void ZmqServerConnector::SwitchOffMonitor(void* frontEnd)
+{
+    if (frontEnd != nullptr) zmq_socket_monitor(frontEnd, nullptr, 0);
+}
+
 StatusCode ZmqServerConnector::CreateSocket(int type, void** socket)
 {
     *socket = zmq_socket(mContext, type);

@@ -49,7 +49,11 @@ void ZmqServerSequentialTwoPriorities::CreateSocketsAndRunServer(std::promise<St
     if (status == kSuccess) status = CreateFrontEndSocket(frontEnd.Slot(), monitor.Slot(), mIdentity);
     if (status == kSuccess) status = CreateFrontEndSocket(rtFrontEnd.Slot(), rtMonitor.Slot(), mRtIdentity);
     startup.set_value(status);
-    if (status != kSuccess) return ReleasePendingSubscriber(control.Get());
+    if (status != kSuccess)
+    {
+        SwitchOffMonitor(frontEnd.Get());
+        return ReleasePendingSubscriber(control.Get());
+    }
     RunServer(frontEnd.Get(), rtFrontEnd.Get(), monitor.Get(), rtMonitor.Get(), control.Get());
 }
 

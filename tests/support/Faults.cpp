@@ -83,7 +83,8 @@ extern "C"
     PASS_ON(zmq_msg_recv, (zmq_msg_t * message, void* socket, int flags), (message, socket, flags), "")
     PASS_ON(zmq_msg_close, (zmq_msg_t * message), (message), "message")
     PASS_ON(zmq_errno, (), (), "")
-    PASS_ON(zmq_socket_monitor, (void* socket, const char* endpoint, int events), (socket, endpoint, events), endpoint)
+    PASS_ON(zmq_socket_monitor, (void* socket, const char* endpoint, int events), (socket, endpoint, events),
+            endpoint != nullptr ? endpoint : "off")
     PASS_ON(eventfd, (unsigned int value, int flags) noexcept, (value, flags), "")
     PASS_ON(pipe2, (int fds[2], int flags) noexcept, (fds, flags), "")
 

@@ -27,7 +27,8 @@ namespace zeb::tolvo::ipc::convenience
 /// and on which signals are blocked. As with `Caller`, a late reply is lost, never taken for another request's.
 ///
 /// Each request that was taken has its `done` called once, in order, by `Dispatch` alone, whether it was answered or
-/// not; after the destruction none is called. Any thread may call `Call`; the loop's thread alone does all else.
+/// not; after the destruction none is called. Any thread may call `Call`; the loop's thread alone does all else. A
+/// forked child leaves by `exec` or `_exit`: it has no such thread, and its end would wait for it.
 class AsyncCaller
 {
 public:
