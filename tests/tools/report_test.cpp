@@ -1,3 +1,5 @@
+#include "common/AnswerTimes.h"
+#include "quillmere/Questions.h"
 #include "quillmere/Report.h"
 
 #include <gtest/gtest.h>
@@ -32,12 +34,43 @@ TEST(Report, TraceLinesFitATerminalWhateverTheBodyHolds)
     }
 }
 
-TEST(Report, TableIsAlignedAndNamesEachServer)
+TEST(Report, TellsOfEachServer)
 {
-    const std::vector<ServerReport> reports = {{"a", "an identity", 12'345'678, 1, 2, 3, 4, 1500us, 2s}, {"\x01", "b"}};
-    EXPECT_EQ(Table(reports), "  passed answered dropped waiting lost median ms worst ms address identity\n"
-                              "12345678        1       2       3    4     1.500 2000.000 a       an identity\n"
-                              "       0        0       0       0    0     0.000    0.000 \\x01    b\n");
+    const std::vector<ServerReport> reports = {{"a", "an identity", 12'345'678, 1, 2, 3, 4, 1500us, 2s, 5s},
+                                               {"\x01", "\xff"}};
+    EXPECT_EQ(AnswerQuestion("services\n", reports),
+              "  passed answered dropped waiting lost median ms worst ms address identity\n"
+              "12345678        1       2       3    4     1.500 2000.000 a       an identity\n"
+              "       0        0       0       0    0     0.000    0.000 \\x01    \\xff\n");
+    const std::string json = AnswerQuestion("services json", reports);
+    EXPECT_EQ(json.substr(0, json.find('}')), R"([
+  {
+    "address": "a",
+    "identity": "an identity",
+    "passed": 12345678,
+    "answered": 1,
+    "dropped": 2,
+    "waiting": 3,
+    "lost": 4,
+    "median_ms": 1.5,
+    "worst_ms": 2000.0,
+    "registered_s": 5.0
+  )");
+    EXPECT_EQ(AnswerQuestion("what", reports), "unknown request \"what\"; known are: services, services json\n");
+}
+
+TEST(AnswerTimes, AreKnownWithinOnePercentAndTheWorstExactly)
+{
+    AnswerTimes times, others;
+    EXPECT_EQ(times.Percentile(0.5), 0ns);
+    for (int answer = 1; answer <= 1000; ++answer) (answer % 2 == 0 ? times : others).Add(answer * 1234ns);
+    times.Add(others);
+    EXPECT_EQ(times.Count(), 1000U);
+    for (const int percent : {1, 50, 99})
+        EXPECT_NEAR(static_cast<double>(times.Percentile(percent / 100.0).count()), percent * 12'340.0,
+                    percent * 123.4);
+    EXPECT_EQ(times.Percentile(1), times.Worst());
+    EXPECT_EQ(times.Worst(), 1'234'000ns);
 }
 
 } // namespace

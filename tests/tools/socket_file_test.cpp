@@ -1,6 +1,7 @@
 #include "quillmere/SocketFile.h"
 #include "support/Basics.h"
 
+#include <algorithm>
 #include <dlfcn.h>
 #include <future>
 #include <memory>
@@ -24,32 +25,19 @@ void Look()
     if (!watched.empty() && lstat(watched.c_str(), &file) == 0) seen |= file.st_mode & 0777;
 }
 
-template <typename Function>
-Function* Real(const char* name)
-{
-    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
-
 } // namespace
 
-// Each step of a socket file on its way to be open.
-extern "C" int listen(int socket, int backlog) noexcept
-{
-    Look();
-    return Real<int(int, int)>("listen")(socket, backlog);
-}
+// A step of a socket file on its way to be open.
+#define LOOK_BEFORE(name, parameters, arguments)                                                                       \
+    extern "C" int name parameters noexcept                                                                            \
+    {                                                                                                                  \
+        Look();                                                                                                        \
+        return reinterpret_cast<int(*) parameters>(dlsym(RTLD_NEXT, #name)) arguments;                                 \
+    }
 
-extern "C" int fchownat(int folder, const char* path, uid_t user, gid_t group, int flags) noexcept
-{
-    Look();
-    return Real<int(int, const char*, uid_t, gid_t, int)>("fchownat")(folder, path, user, group, flags);
-}
-
-extern "C" int chmod(const char* path, mode_t mode) noexcept
-{
-    Look();
-    return Real<int(const char*, mode_t)>("chmod")(path, mode);
-}
+LOOK_BEFORE(listen, (int socket, int backlog), (socket, backlog))
+LOOK_BEFORE(fchownat, (int at, const char* path, uid_t user, gid_t group, int flags), (at, path, user, group, flags))
+LOOK_BEFORE(chmod, (const char* path, mode_t mode), (path, mode))
 
 namespace
 {
@@ -92,10 +80,9 @@ TEST(SocketFile, OneOfManyReplacesWhatWasLeftBehind)
         close(leftBehind);
         std::vector<std::future<std::unique_ptr<SocketFile>>> tries;
         while (tries.size() < 4) tries.push_back(std::async(std::launch::async, make));
-        std::vector<std::unique_ptr<SocketFile>> made;
-        for (auto& attempt : tries)
-            if (auto file = attempt.get()) made.push_back(std::move(file));
-        ASSERT_EQ(made.size(), 1U) << "round " << round;
+        for (const auto& attempt : tries) attempt.wait();
+        const auto isMade = [](auto& attempt) { return attempt.get() != nullptr; };
+        ASSERT_EQ(std::count_if(tries.begin(), tries.end(), isMade), 1) << "round " << round;
     }
 }
 

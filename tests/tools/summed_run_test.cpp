@@ -15,9 +15,8 @@ namespace
 
 using namespace zeb::tolvo;
 
-class CallerWithoutReply : public desk::Caller
+struct CallerWithoutReply : desk::Caller
 {
-public:
     StatusCode Call(const ipc::ByteVector&, ipc::ByteVector&) override
     {
         for (;;) pause();

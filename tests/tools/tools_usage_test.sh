@@ -28,3 +28,20 @@ done
 mkdir "$work/others"
 Expect 0 '' '' bash -c "set -o pipefail; '$quillmere' --servers 'ipc://$work/other' --clients '$work/others' | true"
 [[ ! -e $work/other ]] || Fail "a closed output leaves a socket behind"
+
+# A registration service that can't serve ends at once, and takes nothing from one that does.
+StartDesk
+plainly=()
+((EUID != 0)) || plainly=(setpriv --bounding-set=-dac_override)
+mkdir -m 500 "$work/locked"
+Refuses() { Expect "$1" '' ".*$2.*" "${plainly[@]}" "$quillmere" --clients "${4:-$work}" --servers "$3"; }
+Refuses 1 'somebody answers there' "$servers"
+for endpoint in inproc://servers ipc://; do
+    Refuses 2 'neither ipc://PATH nor tcp://ADDRESS:PORT' "$endpoint"
+done
+for port in 65536 0 5x; do Refuses 2 'no port from 1 to 65535' "tcp://127.0.0.1:$port"; done
+Expect 2 '' '.*not expected: --tarce' "$quillmere" --clients "$work" --servers "ipc://$work/other" --tarce
+Expect 2 '' '.*not expected: --server' "$quillmere" --clients "$work" --server "ipc://$work/other"
+Refuses 1 'Permission denied' "ipc://$work/other" "$work/locked"
+[[ ! -e $work/other ]] || Fail "a refused start leaves a socket behind"
+Expect 0 "$uptime" '' "$call" "$status" < <(printf uptime)
