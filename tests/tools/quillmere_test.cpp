@@ -35,7 +35,8 @@ using zeb::tolvo::desk::RequestOrder;
 
 std::string Registration(const std::string& address) { return R"({"type":"register","address":")" + address + "\"}"; }
 
-void Echo(const ByteVector& request, ByteVector& response) { response = request; }
+/// With a space at the end, so that the sizes of a request and of its reply differ.
+void Echo(const ByteVector& request, ByteVector& response) { response = Bytes(Text(request) + ' '); }
 
 using Handler = std::function<void(const ByteVector& request, ByteVector& response)>;
 
@@ -116,7 +117,7 @@ protected:
         {
             ByteVector reply = Bytes("none");
             ASSERT_EQ(client->SendRequest(Bytes(body), reply, kPatience), StatusCode::Success) << address;
-            EXPECT_TRUE(Text(reply) == body) << body.size() << " bytes to " << address;
+            EXPECT_TRUE(Text(reply) == body + ' ') << body.size() << " bytes to " << address;
         }
     }
 
@@ -274,8 +275,7 @@ TEST_F(Quillmere, OnlyTheGroupConnects)
     RegisterBare("status");
     for (const std::string name : {"servers", ".registry", "status"})
     {
-        EXPECT_EQ(connectAs(60001, kGroup, name), 0) << name;
-        EXPECT_EQ(connectAs(60002, kGroup, name), 0) << name;
+        for (const uid_t member : {60001U, 60002U}) EXPECT_EQ(connectAs(member, kGroup, name), 0) << name;
         EXPECT_EQ(connectAs(60003, kGroup + 1, name), EACCES) << name;
     }
 }
@@ -313,7 +313,7 @@ TEST_F(Quillmere, TimelineHasEachRequestOnceAlsoAfterAKillAndOnAFullDisk)
         if (event["ph"] == "C") underWay = event["args"]["requests"];
         if (event["ph"] != "X") continue;
         noted.insert(event["args"]["request bytes"].get<std::size_t>());
-        EXPECT_EQ(event["args"]["reply bytes"], event["args"]["request bytes"]);
+        EXPECT_EQ(event["args"]["reply bytes"].get<int>(), event["args"]["request bytes"].get<int>() + 1);
         EXPECT_EQ(event["args"]["client"].get<std::string>().size(), 8U) << event;
         double& end = laneEnds[event["tid"].get<int>()];
         EXPECT_GE(event["ts"].get<double>(), end - 0.001) << "boxes of one lane overlap";
@@ -410,9 +410,8 @@ TEST_F(Quillmere, RefusedAndEchoedRegistrationsCostOnlyTheWaitingRequests)
     for (const auto& [address, line] : {std::pair("status", "registered as"), std::pair("other", "keeps its address")})
     {
         EXPECT_EQ(client->SendRequest(Bytes(Registration(address)), reply, 0), StatusCode::TimedOut);
-        for (const std::string expected : {"dropped: 1", line}) AwaitLine(expected);
+        for (const char* expected : {"dropped: 1", line}) AwaitLine(expected);
     }
-    EXPECT_FALSE(std::filesystem::exists(folder.Path("other")));
     ExpectEcho("status", "going on");
 }
 

@@ -3,6 +3,7 @@
 #include "quillmere/Report.h"
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 namespace
 {
@@ -42,20 +43,9 @@ TEST(Report, TellsOfEachServer)
               "  passed answered dropped waiting lost median ms worst ms address identity\n"
               "12345678        1       2       3    4     1.500 2000.000 a       an identity\n"
               "       0        0       0       0    0     0.000    0.000 \\x01    \\xff\n");
-    const std::string json = AnswerQuestion("services json", reports);
-    EXPECT_EQ(json.substr(0, json.find('}')), R"([
-  {
-    "address": "a",
-    "identity": "an identity",
-    "passed": 12345678,
-    "answered": 1,
-    "dropped": 2,
-    "waiting": 3,
-    "lost": 4,
-    "median_ms": 1.5,
-    "worst_ms": 2000.0,
-    "registered_s": 5.0
-  )");
+    EXPECT_EQ(nlohmann::json::parse(AnswerQuestion("services json", reports))[0], nlohmann::json::parse(R"({
+        "address": "a", "identity": "an identity", "passed": 12345678, "answered": 1, "dropped": 2, "waiting": 3,
+        "lost": 4, "median_ms": 1.5, "worst_ms": 2000.0, "registered_s": 5.0})"));
     EXPECT_EQ(AnswerQuestion("what", reports), "unknown request \"what\"; known are: services, services json\n");
 }
 

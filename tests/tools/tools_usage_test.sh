@@ -40,8 +40,8 @@ for endpoint in inproc://servers ipc://; do
     Refuses 2 'neither ipc://PATH nor tcp://ADDRESS:PORT' "$endpoint"
 done
 for port in 65536 0 5x; do Refuses 2 'no port from 1 to 65535' "tcp://127.0.0.1:$port"; done
-Expect 2 '' '.*not expected: --tarce' "$quillmere" --clients "$work" --servers "ipc://$work/other" --tarce
-Expect 2 '' '.*not expected: --server' "$quillmere" --clients "$work" --server "ipc://$work/other"
+Expect 2 '' '.*not expected: --tarce'$'\n''.*' "$quillmere" --clients "$work" --servers "ipc://$work/other" --tarce
+Expect 2 '' '.*not expected: --server'$'\n''.*' "$quillmere" --clients "$work" --server "ipc://$work/other"
 Refuses 1 'Permission denied' "ipc://$work/other" "$work/locked"
 [[ ! -e $work/other ]] || Fail "a refused start leaves a socket behind"
 Expect 0 "$uptime" '' "$call" "$status" < <(printf uptime)
