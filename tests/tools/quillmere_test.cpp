@@ -382,6 +382,7 @@ TEST_F(Quillmere, ServerStopsInTimeWhileFourClientsFloodIt)
         EXPECT_EQ(server->StartListening(), StatusCode::Success);
     }
     isOver = true;
+    flood.clear(); // while all is served: a client's end leaves what it has queued to ZeroMQ
     EXPECT_EQ(server->StopListening(), StatusCode::Success);
 }
 
