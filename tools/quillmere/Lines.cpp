@@ -5,6 +5,7 @@
 
 #include <zebl/RootLogger.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstddef>
 #include <unistd.h>
@@ -41,12 +42,15 @@ void PrintError(TolvoLogLevel level, const std::string& line)
 std::string Escape(std::string_view name)
 {
     std::string escaped;
-    for (const char& character : name.substr(0, kLongestShown))
+    for (std::string_view rest = name.substr(0, kLongestShown); !rest.empty();)
     {
-        if (IsPrintable(character) && character != '"' && character != '\\')
-            escaped += character;
+        const bool isMark = rest.front() == '"' || rest.front() == '\\';
+        const std::size_t shown = isMark ? 0 : ShownCharacter(rest);
+        if (shown > 0)
+            escaped.append(rest.substr(0, shown));
         else
-            escaped.append("\\x").append(Hex({&character, 1}));
+            escaped.append("\\x").append(Hex(rest.substr(0, 1)));
+        rest.remove_prefix(std::max<std::size_t>(shown, 1));
     }
     return name.size() > kLongestShown ? escaped.append("...") : escaped;
 }

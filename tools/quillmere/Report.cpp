@@ -49,6 +49,13 @@ std::optional<std::string> Text(std::string_view body)
     return text;
 }
 
+/// `text` with spaces behind it up to a number of columns.
+std::string Padded(std::string text, std::size_t columns)
+{
+    text.append(columns - std::min(Columns(text), columns), ' ');
+    return text;
+}
+
 /// The beginning of a body: text in quotes, anything else as hexadecimal digits.
 std::string Preview(std::string_view body, std::size_t columns)
 {
@@ -74,32 +81,32 @@ std::string ClientName(std::string_view client)
 
 std::string TraceLine(const Passage& passage, std::chrono::system_clock::time_point now)
 {
-    constexpr int kNameWidth = 16;
-    constexpr int kPeerWidth = 12;
+    constexpr std::size_t kNameWidth = 16;
+    constexpr std::size_t kPeerWidth = 12;
     constexpr int kSizeWidth = 8;
     constexpr int kTimeWidth = 12;
     constexpr std::size_t kLeastPreview = 16;
 
     std::ostringstream line;
-    line << TimeOfDay(now) << ' ' << std::left << std::setw(kNameWidth) << Escape(passage.name);
+    line << TimeOfDay(now) << ' ' << Padded(Escape(passage.name), kNameWidth);
     switch (passage.kind)
     {
     case Passage::Kind::Registered:
     case Passage::Kind::Loss:
         return {};
     case Passage::Kind::Registration:
-        line << std::setw(kPeerWidth) << " registers";
+        line << Padded(" registers", kPeerWidth);
         break;
     case Passage::Kind::Request:
-        line << std::setw(kPeerWidth) << " <- " + ClientName(passage.client);
+        line << Padded(" <- " + ClientName(passage.client), kPeerWidth);
         break;
     case Passage::Kind::Reply:
-        line << std::setw(kPeerWidth) << " -> " + ClientName(passage.client);
+        line << Padded(" -> " + ClientName(passage.client), kPeerWidth);
         break;
     }
     line << std::right << std::setw(kSizeWidth) << passage.body.size() << std::setw(kTimeWidth)
          << (passage.kind == Passage::Kind::Reply ? Milliseconds(passage.answerTime) + " ms" : "") << ' ';
-    const std::size_t used = line.str().size();
+    const std::size_t used = Columns(line.str());
     line << Preview(passage.body, std::max(kColumns - std::min(used, kColumns), kLeastPreview));
     return line.str();
 }
@@ -122,7 +129,7 @@ std::string Table(const std::vector<ServerReport>& reports)
     for (const Row& row : rows)
     {
         std::transform(row.begin(), row.end(), widths.begin(), widths.begin(),
-                       [](const std::string& cell, std::size_t width) { return std::max(cell.size(), width); });
+                       [](const std::string& cell, std::size_t width) { return std::max(Columns(cell), width); });
     }
 
     widths.back() = 0; // nothing stands behind it
@@ -131,8 +138,11 @@ std::string Table(const std::vector<ServerReport>& reports)
     {
         for (std::size_t column = 0; column < row.size(); ++column)
         {
-            table << (column == 0 ? "" : " ") << (column < kAddress ? std::right : std::left)
-                  << std::setw(static_cast<int>(widths[column])) << row[column];
+            table << (column == 0 ? "" : " ");
+            if (column < kAddress)
+                table << std::setw(static_cast<int>(widths[column])) << row[column];
+            else
+                table << Padded(row[column], widths[column]);
         }
         table << '\n';
     }
