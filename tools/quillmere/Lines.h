@@ -6,8 +6,8 @@
 namespace zeb::tolvo::desk
 {
 
-/// A name from the wire for a line: what a terminal would not show as it is, quotes and backslashes as \xHH; cut when it
-/// is long.
+/// A name from the wire for a line: what a terminal would not show as it is, quotes and backslashes as \xHH; cut when
+/// it is long.
 std::string Escape(std::string_view name);
 
 /// The same in quotes.
