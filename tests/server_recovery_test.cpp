@@ -37,6 +37,9 @@ struct FailedStarts : ServerThread
 
 TEST_F(FailedStarts, ForWantOfDescriptorsKeepNone)
 {
+#ifdef __SANITIZE_ADDRESS__
+    GTEST_SKIP() << "the sanitizer that comes with it takes descriptors itself when it looks at a virtual call";
+#endif
     for (const auto start : {&FailedStarts::StartWith<OnePriority>, &FailedStarts::StartWith<TwoPriorities>})
     {
         std::size_t free = 0;
