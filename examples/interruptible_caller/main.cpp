@@ -53,14 +53,19 @@ void PublishUntilInputEnds(const std::string& endpoint)
 }
 
 /// This program again, as another process whose standard input is the pipe: a forked copy would share its sockets.
-using Pipe = std::unique_ptr<FILE, decltype(&pclose)>;
+struct PipeCloser
+{
+    void operator()(FILE* pipe) const noexcept { pclose(pipe); }
+};
+
+using Pipe = std::unique_ptr<FILE, PipeCloser>;
 
 Pipe StartPublisher(const std::string& endpoint)
 {
     std::array<char, 4096> program{};
-    if (readlink("/proc/self/exe", program.data(), program.size() - 1) < 0) return {nullptr, pclose};
+    if (readlink("/proc/self/exe", program.data(), program.size() - 1) < 0) return nullptr;
     // NOLINTNEXTLINE(cert-env33-c): the command is this program and its user's own argument
-    return {popen(("exec '" + std::string(program.data()) + "' --publish '" + endpoint + "'").c_str(), "w"), pclose};
+    return Pipe(popen(("exec '" + std::string(program.data()) + "' --publish '" + endpoint + "'").c_str(), "w"));
 }
 
 bool CallAndReport(ZmqClientDealerConnector& service, const std::string& interrupter)

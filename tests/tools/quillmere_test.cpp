@@ -297,7 +297,7 @@ TEST_F(Quillmere, TimelineHasEachRequestOnceAlsoAfterAKillAndOnAFullDisk)
     bareClient.send(zmq::str_buffer("frames"));
     AwaitLine("it has 2 frames");
     EXPECT_FALSE(ReadTimeline().empty()); // while it runs
-    const rlimit full{std::filesystem::file_size(timeline) + 1, RLIM_INFINITY};
+    const rlimit full{static_cast<rlim_t>(std::filesystem::file_size(timeline)) + 1, RLIM_INFINITY};
     EXPECT_EQ(prlimit(process, RLIMIT_FSIZE, &full, nullptr), 0);
     ExpectEcho("status", "not noted");
     AwaitLine("timeline is incomplete from here on: File too large");
