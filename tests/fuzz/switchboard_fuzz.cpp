@@ -103,9 +103,9 @@ private:
     {
         while (server.old > 0) Answer(server);
         const auto registration = R"({"type":"register","address":")" + server.address + "\"}";
-        Message message = MakeMessage(server.identity, registration, server.connection);
-        if (message.frames == 1) mHeldUntil[server.identity] = mNow + kQuietTime;
-        mSwitchboard.TakeFromServer(std::move(message), mNow);
+        mHeldUntil[server.identity] = mNow + kQuietTime;
+        mSwitchboard.TakeFromServer(
+            {zmq::message_t(server.identity), zmq::message_t(registration), 1, server.connection}, mNow);
     }
 
     void Answer(Server& server)
