@@ -4,6 +4,7 @@
 #include "quillmere/RegistrationService.h"
 
 #include <fcntl.h>
+#include <optional>
 #include <unistd.h>
 
 namespace zeb::tolvo::bench
@@ -59,7 +60,7 @@ public:
         Require(pipe2(mStop, O_CLOEXEC) == 0, "pipe2");
         mThread = std::thread([=] {
             zmq::context_t context;
-            desk::RegistrationService service(context, servers, clients, std::chrono::milliseconds(1));
+            desk::RegistrationService service(context, servers, clients, std::nullopt, std::chrono::milliseconds(1));
             service.Run(mStop[0]);
         });
     }

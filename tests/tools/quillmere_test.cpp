@@ -357,6 +357,9 @@ TEST_F(Quillmere, ServerStopsInTimeWhileFourClientsFloodIt)
     zebl::Log::RootLogger::GetInstance().SetLevel(TolvoLogLevel::Critical);
     End(SIGTERM);
     Start("--quiet=0");
+    const auto keeper = factory.CreateZmqClientConnector(servers, operatingMode); // ZeroMQ's threads run from here on
+    // A reply that is not taken before the registration service ends would keep the end of this process waiting.
+    const DescriptorsComeBack guard;
     std::array<std::atomic<int>, 4> handled{};
     Serve("service", "flooded", kOne, [&](const ByteVector& request, ByteVector&) { ++handled[request.at(0)]; });
     std::atomic<bool> isOver{false};
@@ -368,23 +371,18 @@ TEST_F(Quillmere, ServerStopsInTimeWhileFourClientsFloodIt)
             for (ByteVector reply; !isOver;) client->SendRequest({number}, reply, 0);
         }));
     }
-    std::optional<DescriptorsComeBack> guard;
     for (int stop = 1; stop <= kStops; ++stop)
     {
         for (auto& count : handled) count = 0;
+        EXPECT_EQ(server->StartListening(), StatusCode::Success); // the first time it listens already
         const auto isServed = [](int count) { return count > 20; };
         EXPECT_TRUE(Await([&] { return std::all_of(handled.begin(), handled.end(), isServed); }));
-        if (stop == 1) guard.emplace();
-        if (stop == kStops) guard.reset();
         faults::areSleepsShort = stop > kLongStops;
         const auto start = Clock::now();
         EXPECT_EQ(server->StopListening(), StatusCode::Success);
         EXPECT_LT(Clock::now() - start, kLongestStop);
-        EXPECT_EQ(server->StartListening(), StatusCode::Success);
     }
     isOver = true;
-    flood.clear(); // while all is served: a client's end leaves what it has queued to ZeroMQ
-    EXPECT_EQ(server->StopListening(), StatusCode::Success);
 }
 
 TEST_F(Quillmere, RefusedAndEchoedRegistrationsCostOnlyTheWaitingRequests)
