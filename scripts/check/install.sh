@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Shows that what is installed works in other people's builds: the README's service and client are built and run
 # against a moved prefix, by CMake and by pkg-config, against the unpacked Debian packages, and against a library that
-# was built on installed platform libraries only. Leaves nothing behind but the build folder.
+# was built on installed platform libraries only. Leaves nothing behind but the build folder. Its
+# argument is that of package.sh.
 source "$(dirname "${BASH_SOURCE[0]}")/../lib/common.sh"
 
 readonly patience=20 # seconds that a step which works never needs
@@ -42,7 +43,7 @@ BuildWithCMake()
 }
 
 scripts/setup.sh package
-scripts/package.sh
+scripts/package.sh "$@"
 MakeWorkFolder
 
 mkdir "$work/consumer"

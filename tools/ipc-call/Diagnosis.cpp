@@ -1,6 +1,6 @@
 #include "ipc-call/Diagnosis.h"
 
-#include "ipc-call/FailureText.h"
+#include <ipc/convenience/Describe.h>
 
 #include <cerrno>
 #include <chrono>
@@ -94,6 +94,12 @@ std::string LookAt(const std::string& endpoint)
 }
 
 } // namespace
+
+std::string FailureText(StatusCode status, int timeoutMs)
+{
+    if (status == StatusCode::TimedOut) return "no reply within " + std::to_string(timeoutMs) + " ms";
+    return ipc::convenience::Describe(status);
+}
 
 std::string Diagnosis(StatusCode status, int timeoutMs, const std::string& endpoint)
 {

@@ -2,7 +2,6 @@
 #include "common/StandardDescriptors.h"
 #include "ipc-call/Caller.h"
 #include "ipc-call/Diagnosis.h"
-#include "ipc-call/FailureText.h"
 #include "ipc-call/HexText.h"
 #include "ipc-call/Options.h"
 #include "ipc-call/StandardStreams.h"

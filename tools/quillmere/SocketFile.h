@@ -1,7 +1,6 @@
 #pragma once
 
 #include "common/Descriptor.h"
-#include "quillmere/Access.h"
 
 #include <optional>
 #include <string>
@@ -10,6 +9,13 @@
 
 namespace zeb::tolvo::desk
 {
+
+/// Who may connect to the sockets that are bound: nothing leaves it to the umask.
+struct Access
+{
+    mode_t mode = 0;
+    std::optional<gid_t> group; ///< the process's when there is none
+};
 
 /// A listening Unix socket and its file, which takes nobody's place: a file that is no socket, or a socket where
 /// somebody answers, is left alone. One that was left behind is replaced. The file goes with its owner, unless

@@ -8,10 +8,12 @@
 #include "quillmere/Timeline.h"
 
 #include <cerrno>
+#include <charconv>
 #include <chrono>
 #include <csignal>
 #include <exception>
 #include <filesystem>
+#include <grp.h>
 #include <limits>
 #include <memory>
 #include <optional>
@@ -35,6 +37,25 @@ struct Options
     bool isTracing = false;
     std::string timeline;
 };
+
+mode_t ReadMode(const std::string& text)
+{
+    constexpr int kOctal = 8;
+    constexpr mode_t kLargest = 0777;
+    const char* const end = text.data() + text.size();
+    mode_t mode = 0;
+    const auto [last, error] = std::from_chars(text.data(), end, mode, kOctal);
+    if (error != std::errc() || last != end || mode > kLargest)
+        throw CLI::ValidationError("--mode", '"' + text + "\" is no octal mode up to 0777");
+    return mode;
+}
+
+gid_t ReadGroup(const std::string& name)
+{
+    const struct group* const known = getgrnam(name.c_str());
+    if (known == nullptr) throw CLI::ValidationError("--group", "there is no group \"" + name + '"');
+    return known->gr_gid;
+}
 
 void PrintPassage(const Passage& passage)
 {
