@@ -40,11 +40,11 @@ TEST(Report, TraceLinesFitATerminalWhateverTheBodyHolds)
 TEST(Report, TellsOfEachServer)
 {
     const std::vector<ServerReport> reports = {{"a", "an identity", 12'345'678, 1, 2, 3, 4, 1500us, 2s, 5s},
-                                               {"\x01", "\xff"}};
+                                               {"\x01\xff", "name ------ö and no more"}};
     EXPECT_EQ(AnswerQuestion("services\n", reports),
-              "  passed answered dropped waiting lost median ms worst ms address identity\n"
-              "12345678        1       2       3    4     1.500 2000.000 a       an identity\n"
-              "       0        0       0       0    0     0.000    0.000 \\x01    \\xff\n");
+              "  passed answered dropped waiting lost median    worst address  identity\n"
+              "12345678        1       2       3    4  1.500 2000.000 a        an identity\n"
+              "       0        0       0       0    0  0.000    0.000 \\x01\\xff name ------ö...\n");
     EXPECT_EQ(nlohmann::json::parse(AnswerQuestion("services json", reports))[0], nlohmann::json::parse(R"({
         "address": "a", "identity": "an identity", "passed": 12345678, "answered": 1, "dropped": 2, "waiting": 3,
         "lost": 4, "median_ms": 1.5, "worst_ms": 2000.0, "registered_s": 5.0})"));

@@ -71,6 +71,15 @@ std::string Preview(std::string_view body, std::size_t columns)
     return shown;
 }
 
+/// A line no longer than a terminal's: what goes beyond gives way to dots.
+std::string Cut(std::string line)
+{
+    constexpr std::string_view kMore = "...";
+    if (Columns(line) <= kColumns) return line;
+    while (Columns(line) > kColumns - kMore.size()) line.pop_back();
+    return line.append(kMore);
+}
+
 } // namespace
 
 std::string ClientName(std::string_view client)
@@ -115,9 +124,10 @@ std::string Table(const std::vector<ServerReport>& reports)
 {
     using Row = std::array<std::string, 9>;
     constexpr std::size_t kAddress = 7; // names stand last: long ones then leave the numbers in their columns
+    constexpr std::size_t kWidestAddress = 20;
 
     std::vector<Row> rows{
-        {"passed", "answered", "dropped", "waiting", "lost", "median ms", "worst ms", "address", "identity"}};
+        {"passed", "answered", "dropped", "waiting", "lost", "median", "worst", "address", "identity"}};
     for (const ServerReport& report : reports)
     {
         rows.push_back({std::to_string(report.passed), std::to_string(report.answered), std::to_string(report.dropped),
@@ -132,21 +142,23 @@ std::string Table(const std::vector<ServerReport>& reports)
                        [](const std::string& cell, std::size_t width) { return std::max(Columns(cell), width); });
     }
 
+    widths[kAddress] = std::min(widths[kAddress], kWidestAddress);
     widths.back() = 0; // nothing stands behind it
-    std::ostringstream table;
+    std::string table;
     for (const Row& row : rows)
     {
+        std::ostringstream line;
         for (std::size_t column = 0; column < row.size(); ++column)
         {
-            table << (column == 0 ? "" : " ");
+            line << (column == 0 ? "" : " ");
             if (column < kAddress)
-                table << std::setw(static_cast<int>(widths[column])) << row[column];
+                line << std::setw(static_cast<int>(widths[column])) << row[column];
             else
-                table << Padded(row[column], widths[column]);
+                line << Padded(row[column], widths[column]);
         }
-        table << '\n';
+        table += Cut(line.str()) + '\n';
     }
-    return table.str();
+    return table;
 }
 
 } // namespace zeb::tolvo::desk
