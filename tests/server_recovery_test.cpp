@@ -78,6 +78,37 @@ TEST_F(FailedStarts, OfASecondFrontEndDoNotFreezeTheContext)
     Stop();
 }
 
+// ZeroMQ goes on trying to deliver the replies, and would tell of its connections.
+TEST_F(ServerThread, StopsThatLeaveRepliesDoNotFreezeTheContext)
+{
+    const std::string elsewhere = folder.Endpoint("elsewhere");
+    std::optional<Peer> registry(std::in_place, outside, zmq::socket_type::router, elsewhere);
+    const DescriptorsComeBack guard; // once all replies are taken or lost
+    for (const char* id : {"a", "b", "c", "d", "e", "f", "g", "h", "i", "j"})
+    {
+        SCOPED_TRACE(id);
+        std::promise<void> hasCome, hasGone;
+        OnePriority leaving(elsewhere, context.handle(), id);
+        leaving.RegisterCallback([&](const ByteVector& request, ByteVector& response) {
+            hasCome.set_value();
+            hasGone.get_future().wait();
+            response = request;
+        });
+        leaving.SetStartupMessage("svc");
+        ASSERT_EQ(leaving.StartListening(), StatusCode::Success);
+        while (registry->Receive() != Registration(id, "svc")) continue; // replies that were left may come before
+        registry->Send({id, "request"});
+        hasCome.get_future().wait();
+        registry.reset();
+        hasGone.set_value();
+        ASSERT_EQ(leaving.StopListening(), StatusCode::Success);
+        registry.emplace(outside, zmq::socket_type::router, elsewhere);
+    }
+    StartAndRegister();
+    EXPECT_EQ(Exchange("request"), "id|request");
+    Stop();
+}
+
 using FailedStop = ServerThread;
 
 TEST_F(FailedStop, IsCompletedByTheNextStart)

@@ -26,8 +26,8 @@ public:
 
     /// Stops serving; waits for the request being handled. Do so before the server is deleted, never from its handler.
     /// Does nothing on a server that does not listen.
-    /// @return `Success` when the server has stopped, otherwise what failed; its thread may then still run, and it must
-    /// not be deleted: start it, then stop it again, until both return `Success`.
+    /// @return `Success` when the server has stopped, otherwise what failed; its thread may then still run, although it
+    /// listens no more, and it must not be deleted: start it, then stop it again, until both return `Success`.
     virtual StatusCode StopListening() = 0;
 
     /// Sets the handler that turns a request into a response; an empty function removes it, and requests are then
@@ -36,8 +36,8 @@ public:
     /// The handler runs on the server thread, one request at a time, and finds `response` empty. It must not throw
     /// (the process ends in `std::terminate`), must not call `StopListening` or `StartListening` of its own server,
     /// and delays every other request, and a stop, for as long as it runs. Signals are blocked on that thread, but for
-    /// those that a fault raises: a handler that lets some through blocks them again, or its reply may be lost. A
-    /// thread or a process that the handler starts inherits that, unless it is reset.
+    /// those that a fault raises: a handler that unblocks some must block them again before it returns, or its reply
+    /// may be lost. Threads and processes that it starts inherit the blocked signals.
     /// @param callback the handler, taken over.
     void RegisterCallback(std::function<void(const ByteVector& request, ByteVector& response)> callback);
 

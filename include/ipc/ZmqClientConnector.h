@@ -26,15 +26,16 @@ public:
     /// @param context ZeroMQ context; not owned, must outlive the connector.
     ZmqClientConnector(const std::string& endpoint, OperatingModeInterface& operatingMode, void* context);
 
-    /// Closes the socket. A request still unsent delays the end of the context by up to 2 s.
+    /// Closes the socket. A request still unsent delays the end of the context by up to 2 s (for ever, where
+    /// setting the linger period failed, which is logged).
     ~ZmqClientConnector() override;
 
     /// Connects on first use, sends `request` as one frame and waits for one frame in return. The sending blocks when
     /// the socket can queue no more. A reply of more than 2 GiB is cut.
     /// @param request,response,timeout as for `AbstractClientConnector`.
     /// @return
-    /// - `Success`: `response` holds the reply. (A ZeroMQ call that fails with error number 0 counts as success too and
-    ///   leaves `response` as it was.)
+    /// - `Success`: `response` holds the reply. (A ZeroMQ call that fails with error number 0 counts as success too; one
+    ///   that sends, waits or receives then leaves `response` as it was.)
     /// - `TimedOut` (76): no reply within `timeout`; the request may still be carried out, and its reply be
     ///   given to the next one.
     /// - `BlockingForbidden` (27): the operating mode forbids waiting; the request has been sent all the same.

@@ -44,8 +44,8 @@ public:
     /// - `Failure` (1): the front-end's connection can't be watched.
     /// - otherwise `MakeStatusCodeFromErrno` of the ZeroMQ call that failed; nothing is left running or open, unless
     ///   by an earlier stop, see below. An empty identity and a bad endpoint (`EINVAL`) show here.
-    /// - when an earlier stop can't be completed: the failure of this attempt, or `Failure` where ZeroMQ has refused
-    ///   the stop's last message, of which there is only one. The earlier thread still runs: call again once it has
+    /// - when an earlier stop can't be completed: the failure of this attempt, or `Failure` where that stop's last
+    ///   message was refused, which can be sent only once. The earlier thread still runs: call again once it has
     ///   ended, which it does when its context ends.
     /// @throws std::system_error when the thread can't be created.
     StatusCode StartListening() override;
@@ -61,7 +61,8 @@ public:
     ///   number 0 counts as success too: the thread then runs on, as below.)
     /// - otherwise `MakeStatusCodeFromErrno` of the ZeroMQ call that failed. The thread may still run, answering
     ///   nothing, and taking processor time while requests wait: do not delete the connector, register a handler or set
-    ///   the startup message. The way out is `StartListening`, then `StopListening`, until both return `Success`.
+    ///   the startup message. The way out is `StartListening`, then `StopListening`, until both return `Success`. (After
+    ///   the end of the context no start does; its failure then has joined the thread, and the connector can be deleted.)
     StatusCode StopListening() override;
 
     /// Sets the address under which the server registers each time its connection is established, again after the
@@ -100,7 +101,7 @@ protected:
     /// @param control what `CreateControlSocket` has stored; may be null.
     void ReleasePendingSubscriber(void* control);
 
-    /// For the front-ends of a start that failed after they were created. Call it before they are closed.
+    /// Lets no connection of a front-end freeze the context once its monitor has gone. Call it before they are closed.
     /// @param frontEnd what `CreateFrontEndSocket` has stored; may be null.
     static void SwitchOffMonitor(void* frontEnd);
 

@@ -209,8 +209,8 @@ void ZmqServerConnector::ReleasePendingSubscriber(void* control)
     if (zmq_bind(control, mControlEndpoint.c_str()) == 0) zmq_unbind(control, mControlEndpoint.c_str());
 }
 
-/// ZeroMQ would tell of a connection that comes to stand while the front-end is closed, and, once nobody receives such
-/// events any more, wait for ever, on the thread that moves all messages of the context.
+/// A closed front-end still delivers what was queued, and connects again for it. ZeroMQ would tell of that connection
+/// and, where nobody receives such events any more, wait for ever, on the thread that moves all messages of the context.
 void ZmqServerConnector::SwitchOffMonitor(void* frontEnd)
 {
     if (frontEnd != nullptr) zmq_socket_monitor(frontEnd, nullptr, 0);

@@ -37,8 +37,11 @@ void ZmqServerSequentialOnePriority::CreateSocketsAndRunServer(std::promise<Stat
     StatusCode status = CreateControlSocket(control.Slot());
     if (status == kSuccess) status = CreateFrontEndSocket(frontEnd.Slot(), monitor.Slot(), mIdentity);
     startup.set_value(status);
-    if (status != kSuccess) return ReleasePendingSubscriber(control.Get());
-    RunServer(frontEnd.Get(), monitor.Get(), control.Get());
+    if (status == kSuccess)
+        RunServer(frontEnd.Get(), monitor.Get(), control.Get());
+    else
+        ReleasePendingSubscriber(control.Get());
+    SwitchOffMonitor(frontEnd.Get());
 }
 
 void ZmqServerSequentialOnePriority::RunServer(void* frontEnd, void* monitor, void* control)

@@ -49,12 +49,12 @@ void ZmqServerSequentialTwoPriorities::CreateSocketsAndRunServer(std::promise<St
     if (status == kSuccess) status = CreateFrontEndSocket(frontEnd.Slot(), monitor.Slot(), mIdentity);
     if (status == kSuccess) status = CreateFrontEndSocket(rtFrontEnd.Slot(), rtMonitor.Slot(), mRtIdentity);
     startup.set_value(status);
-    if (status != kSuccess)
-    {
-        SwitchOffMonitor(frontEnd.Get());
-        return ReleasePendingSubscriber(control.Get());
-    }
-    RunServer(frontEnd.Get(), rtFrontEnd.Get(), monitor.Get(), rtMonitor.Get(), control.Get());
+    if (status == kSuccess)
+        RunServer(frontEnd.Get(), rtFrontEnd.Get(), monitor.Get(), rtMonitor.Get(), control.Get());
+    else
+        ReleasePendingSubscriber(control.Get());
+    SwitchOffMonitor(frontEnd.Get());
+    SwitchOffMonitor(rtFrontEnd.Get());
 }
 
 void ZmqServerSequentialTwoPriorities::RunServer(void* frontEnd, void* rtFrontEnd, void* monitor, void* rtMonitor,
