@@ -11,7 +11,6 @@ import random
 import select
 import shutil
 import signal
-import struct
 import subprocess
 import sys
 import tempfile
@@ -36,11 +35,14 @@ SERVICES = ["one", "two", "slow-one", "slow-two"]
 SLOWEST = 250  # milliseconds that the handler of a slow one takes
 # How many clients each address has. More for the slow ones, so that requests queue up; high priority would starve low.
 ADDRESSES = {"one": 3, "two": 3, "RTtwo": 2, "slow-one": 4, "slow-two": 3, "RTslow-two": 1}
-SERVERS = [REGISTRY, *SERVICES]
 ASKED = [address for address, clients in ADDRESSES.items() for _ in range(clients)]  # by each client
-CLIENTS = [f"client-{number}" for number in range(len(ASKED))]
-DEALERS = CLIENTS[1::2]
-OUTCOMES = ["answered", "timed out", "interrupted by a message", "interrupted by a signal", "failed otherwise", "wrong"]
+CLIENTS = {f"client-{number}": address for number, address in enumerate(ASKED)}
+DEALERS = list(CLIENTS)[1::2]
+SERVERS = [REGISTRY, *SERVICES]
+ALL = [*SERVERS, *CLIENTS]
+# How a request may end, in the words of the client's line and in those of the table.
+OUTCOMES = {"success": "answered", "timed out": "timed out", "interrupted by a message": "interrupted by a message",
+            "Interrupted system call": "interrupted by a signal"}
 
 
 class Interrupted(Exception):
@@ -78,10 +80,8 @@ class Life:
 
     name: str
     process: subprocess.Popen
-    started: float
     is_end_wanted: bool = False
-    stopped: Optional[float] = None  # since when
-    stops: list[tuple[float, float]] = field(default_factory=list)
+    is_stopped: bool = False
     samples: list[tuple[float, int, int]] = field(default_factory=list)  # time, resident KiB, descriptors
 
     def is_running(self) -> bool:
@@ -100,15 +100,12 @@ class World:
         self.folder, self.build, self.seed = folder, build, seed
         self.lives: list[Life] = []
         self.current: dict[str, Life] = {}
-        self.log = open(folder / "chaos.log", "w+", encoding="utf-8")
+        self.log: list[str] = []  # begins with the milliseconds on the clients' clock
         self.begun = time.monotonic()
         (folder / "clients").mkdir()
 
     def note(self, text: str) -> None:
-        print(f"{time.monotonic() - self.begun:8.3f} {text}", file=self.log, flush=True)
-
-    def log_lines(self) -> list[str]:
-        return (self.folder / "chaos.log").read_text(encoding="utf-8").splitlines()
+        self.log.append(f"{time.monotonic_ns() // 1_000_000} {text}")
 
     def command(self, name: str) -> list[str]:
         programs, servers = self.build / "tests/soak", "ipc://servers"
@@ -116,24 +113,17 @@ class World:
             return [f"{self.build}/tools/quillmere/tolvo-quillmere", "--servers", servers, "--clients", "clients"]
         if name in SERVICES:
             return [f"{programs}/soak_service", servers, name, name.split("-")[-1], str(SLOWEST * ("slow" in name))]
-        number = CLIENTS.index(name)
-        kind = "dealer" if name in DEALERS else "persistent"
-        address = self.address(name)
-        return [f"{programs}/soak_client", kind, f"ipc://clients/{address}", f"ipc://interrupt-{number}", str(number),
-                str(self.seed + number), "10000" if "slow" in address else "200"]
-
-    @staticmethod
-    def address(client: str) -> str:
-        return ASKED[CLIENTS.index(client)]
+        kind, address = "dealer" if name in DEALERS else "persistent", CLIENTS[name]
+        return [f"{programs}/soak_client", kind, f"ipc://clients/{address}", f"ipc://interrupt-{name}", name,
+                f"{self.seed}{ALL.index(name)}", "10000" if "slow" in address else "200"]
 
     def start(self, name: str) -> None:
-        # Freed bodies go back to the system, so that resident memory shows what is held.
-        environment = {**os.environ, "MALLOC_MMAP_THRESHOLD_": "16384", "MALLOC_TRIM_THRESHOLD_": "65536"}
         with open(self.folder / f"{name}.output", "wb") as output, open(self.folder / f"{name}.errors", "ab") as errors:
+            # Freed bodies go back to the system, so that resident memory shows what is held.
             process = subprocess.Popen(["setpriv", "--pdeathsig", "KILL", *self.command(name)], cwd=self.folder,
-                                       stdin=subprocess.PIPE, stdout=output, stderr=errors, bufsize=0,
-                                       env=environment, process_group=0)
-        self.current[name] = Life(name, process, time.monotonic())
+                                       env={**os.environ, "MALLOC_TRIM_THRESHOLD_": "65536"}, process_group=0,
+                                       stdin=subprocess.PIPE, stdout=output, stderr=errors, bufsize=0)
+        self.current[name] = Life(name, process)
         self.lives.append(self.current[name])
         self.note(f"{name} starts as {process.pid}")
 
@@ -151,16 +141,8 @@ class World:
         for life in self.lives:
             self.kill(life)
 
-    def counts(self, client: str) -> list[int]:
-        data = (self.folder / f"{client}.output").read_bytes()
-        return list(struct.unpack(f"{len(OUTCOMES)}Q", data.ljust(8 * len(OUTCOMES), b"\0")))
-
-    def totals(self) -> list[int]:
-        return [sum(column) for column in zip(*map(self.counts, CLIENTS))]
-
-    def ended_unasked(self) -> list[str]:
-        return [f"{life.name} ({life.process.pid}) ended with {life.process.returncode}" for life in self.lives
-                if not life.is_end_wanted and not life.is_running()]
+    def answered(self, client: str) -> int:
+        return (self.folder / f"{client}.output").read_bytes().count(b"success\n")
 
 
 class Chaos:
@@ -228,14 +210,14 @@ class Chaos:
                 self.later(pause, lambda: (self.world.kill(first), self.take_down(name, 0)))
 
     def stop(self) -> None:
-        name = self.random.choice(SERVERS + CLIENTS)
+        name = self.random.choice(ALL)
         self.halt(name, self.random.uniform(0, self.random.choice([0.05, 0.8])))
 
     def halt(self, name: str, pause: float) -> None:
         life = self.world.current[name]
-        if life.is_running() and life.stopped is None:
+        if life.is_running() and not life.is_stopped:
             life.process.send_signal(signal.SIGSTOP)
-            life.stopped = time.monotonic()
+            life.is_stopped = True
             self.done("stopped", f"{name} is stopped")
             self.later(pause, lambda: self.resume(life))
 
@@ -247,13 +229,12 @@ class Chaos:
 
     def resume(self, life: Life) -> None:
         if life.is_running():
-            life.stops.append((life.stopped, time.monotonic()))
-            life.stopped = None
+            life.is_stopped = False
             life.process.send_signal(signal.SIGCONT)
             self.world.note(f"{life.name} goes on")
 
     def interrupt(self) -> None:
-        name = self.random.choice(SERVICES + CLIENTS)
+        name = self.random.choice(SERVICES + list(CLIENTS))
         if self.world.current[name].is_running():
             signals = self.random.choice((1, 1, 1, 200))
             for _ in range(signals):
@@ -268,28 +249,6 @@ class Chaos:
             self.done("interrupted by a message", f"{name} gets an interrupt message")
 
 
-@dataclass
-class WrongAnswer:
-    """An answer that is not the request's."""
-
-    when: float
-    client: str
-    request: int
-    service: Optional[Life]
-    of_client: int
-    of_request: int  # 0 when the answered request was too short for a label
-    sent: float
-
-    def is_corrupt(self) -> bool:
-        return (f"client-{self.of_client}", self.of_request) == (self.client, self.request)
-
-    def describe(self, begun: float) -> str:
-        service = f"{self.service.name} ({self.service.process.pid})" if self.service else "nobody known"
-        whose = f"request {self.of_request} of client-{self.of_client}, {self.when - self.sent:.3f} s old"
-        return (f"{self.when - begun:8.3f} {self.client} asked {World.address(self.client)} request {self.request}; "
-                f"{service} answered {whose if self.of_request else 'one that is too short for a label'}")
-
-
 class Soak:
     """One run: rounds of chaos, after each of which everything must answer and is measured."""
 
@@ -301,7 +260,7 @@ class Soak:
         self.sockets_left: list[str] = []
 
     def run(self) -> None:
-        for name in SERVERS + CLIENTS:
+        for name in ALL:
             self.world.start(name)
         self.chaos.rage(WARM_UP, self.show)
         self.calm()
@@ -315,36 +274,33 @@ class Soak:
 
     def show(self) -> None:
         if sys.stdout.isatty():
-            answered, timed_out, *_, wrong = self.world.totals()
-            print(f"\r{self.elapsed():.0f} of {self.seconds} s: {answered} answered, {timed_out} timed out, "
-                  f"{wrong} wrong\033[K", end="", flush=True)
+            answered = sum(map(self.world.answered, CLIENTS))
+            print(f"\r{self.elapsed():.0f} of {self.seconds} s: {answered} answered\033[K", end="", flush=True)
 
     def calm(self) -> None:
         self.world.note("calm")
-        before = {client: self.world.counts(client)[0] for client in CLIENTS}
+        before = {client: self.world.answered(client) for client in CLIENTS}
         self.waiter.wait_for(lambda: not self.unanswered(before))
         self.silent = self.unanswered(before)
         self.measure()
 
     def unanswered(self, before: dict[str, int]) -> list[str]:
-        return [client for client in CLIENTS if self.world.counts(client)[0] == before[client]]
+        return [client for client in CLIENTS if self.world.answered(client) == before[client]]
 
     def measure(self) -> None:
         """Takes the least of some time: what a request needs comes and goes."""
         lives = [life for life in self.world.current.values() if life.is_running()]
-        seen: dict[str, list[tuple[int, int]]] = {life.name: [] for life in lives}
-        self.waiter.wait_for(lambda: self.look(lives, seen), SAMPLING)
+        seen: dict[str, list[tuple[int, int]]] = {}
+        end = time.monotonic() + SAMPLING
+        while time.monotonic() < end:
+            self.waiter.wait(0.01)
+            for life in lives:
+                with contextlib.suppress(OSError):  # it has just ended
+                    seen.setdefault(life.name, []).append(life.measure())
         for life in lives:
-            if seen[life.name]:
+            if life.name in seen:
                 resident, descriptors = map(min, zip(*seen[life.name]))
                 life.samples.append((time.monotonic(), resident, descriptors))
-
-    @staticmethod
-    def look(lives: list[Life], seen: dict[str, list[tuple[int, int]]]) -> bool:
-        for life in lives:
-            with contextlib.suppress(OSError):  # it has just ended
-                seen[life.name].append(life.measure())
-        return False
 
     def end(self) -> None:
         """The registration service last: the others' ends wait until it has taken what they have queued."""
@@ -360,19 +316,6 @@ class Soak:
             self.bad_ends += [f"{life.name} ended with {code}" for life, code in codes if code]
             self.bad_ends += [f"{life.name} did not end" for life, code in codes if code is None]
         self.sockets_left = [path.name for path in (self.world.folder / "clients").iterdir()]
-
-    def client_lines(self, kind: str) -> list[str]:
-        texts = [(self.world.folder / f"{client}.errors").read_text(encoding="utf-8") for client in CLIENTS]
-        return [line for text in texts for line in text.splitlines() if line.startswith(kind)]
-
-    def wrong_answers(self) -> list[WrongAnswer]:
-        by_id = {life.process.pid: life for life in self.world.lives}
-        found = []
-        for line in self.client_lines("wrong"):
-            when, client, request, service, of_client, of_request, sent = map(int, line.split()[1:])
-            found.append(WrongAnswer(when / 1e9, CLIENTS[client], request, by_id.get(service), of_client, of_request,
-                                     sent / 1e9))
-        return sorted(found, key=lambda answer: answer.when)
 
 
 class Report:
@@ -395,34 +338,33 @@ class Report:
         for fault in self.broken:
             print(f"broken: {fault}")
         if self.broken:
-            print("The end of the chaos:", *self.world.log_lines()[-15:], sep="\n  ")
+            print("The end of the chaos:", *self.world.log[-15:], sep="\n  ")
 
     def requests(self) -> None:
-        totals = self.world.totals()
-        wrong = self.soak.wrong_answers()
-        corrupt = [answer for answer in wrong if answer.is_corrupt()]
-        foreign = [answer for answer in wrong if not answer.is_corrupt()]
+        texts = [(self.world.folder / f"{client}.output").read_text(encoding="utf-8") for client in CLIENTS]
+        lines = [line for text in texts for line in text.splitlines()]
+        others = sorted(line for line in lines if line not in OUTCOMES)
+        wrong = [line for line in others if line.startswith("wrong")]
         print("requests")
-        self.row("sent", sum(totals))
-        for outcome, count in list(zip(OUTCOMES, totals))[:4]:
-            self.row(outcome, count)
-        self.row("failed otherwise", totals[4], sorted(set(self.soak.client_lines("status"))))
-        self.row("answered with a wrong checksum", len(corrupt), self.tell(corrupt))
-        self.row("answered with another request's answer", len(foreign), self.tell(foreign))
+        self.row("sent", len(lines))
+        for line, label in OUTCOMES.items():
+            self.row(label, lines.count(line))
+        self.row("failed otherwise", len(others) - len(wrong), sorted({*others} - {*wrong}))
+        self.row("answered wrongly", len(wrong), [self.tell(line) for line in wrong[:SHOWN]])
 
-    def tell(self, wrong: list[WrongAnswer]) -> list[str]:
-        """Each with what the chaos did in the second before it."""
-        def before(when: float) -> list[str]:
-            return [line for line in self.world.log_lines() if when - 1 < float(line.split()[0]) <= when]
-        told = ["\n    ".join([answer.describe(self.world.begun), *before(answer.when - self.world.begun)])
-                for answer in wrong[:SHOWN]]
-        return told + [f"and {len(wrong) - SHOWN} more"] * (len(wrong) > SHOWN)
+    def tell(self, wrong: str) -> str:
+        """With when the service that answered was started, and what the chaos did in the second before."""
+        when = int(wrong.split()[1])
+        log = [line for line in self.world.log
+               if when - 1000 < int(line.split()[0]) <= when or f'"{line.split()[-1]} ' in wrong]
+        return "\n    ".join([wrong, *log])
 
     def processes(self) -> None:
         chaos, silent = self.soak.chaos.counts, self.soak.silent
-        answering = {World.address(client) for client in CLIENTS if client not in silent}
+        answering = {address for client, address in CLIENTS.items() if client not in silent}
         deaf = [address for address in ADDRESSES if address not in answering]
-        ended = [f"{fault}{self.last_words(fault.split()[0])}" for fault in self.world.ended_unasked()]
+        ended = [f"{life.name} ({life.process.pid}) ended with {life.process.returncode}{self.last_words(life.name)}"
+                 for life in self.world.lives if not life.is_end_wanted and not life.is_running()]
         print("processes")
         for kind in chaos:
             self.row(kind, chaos[kind])
@@ -442,7 +384,7 @@ class Report:
         """Of each name, the life that was measured over the longest time."""
         print(f"  {'':14}{'seconds':>8}{'resident KiB':>20}{'descriptors':>16}")
         measured = [life for life in self.world.lives if len(life.samples) > 1]
-        for name in SERVERS + CLIENTS:
+        for name in ALL:
             lives = [life for life in measured if life.name == name]
             for life in sorted(lives, key=lambda life: life.samples[-1][0] - life.samples[0][0])[-1:]:
                 (begin, *first), (end, *last) = life.samples[0], life.samples[-1]

@@ -1,12 +1,10 @@
-// A service of the soak: answers until its standard input ends, each request after some time that is MS at most.
-// soak_service ENDPOINT ADDRESS one|two MS
+// A service of the soak: answers each request, some time later that is MS at most, with its process id, a space and the
+// request, until its standard input ends: soak_service ENDPOINT ADDRESS one|two MS
 
-#include "soak.h"
-
-#include <ipc/ZmqConnectorFactory.h>
+#include <ipc/convenience/ServerHandle.h>
 
 #include <chrono>
-#include <memory>
+#include <csignal>
 #include <random>
 #include <string>
 #include <thread>
@@ -17,20 +15,20 @@ using namespace zeb::tolvo;
 int main(int argc, char** argv)
 {
     if (argc != 5) return 2;
-    const auto type =
-        std::string_view(argv[3]) == "two" ? ipc::ServerType::TwoPriorities : ipc::ServerType::OnePriority;
-    auto& factory = ipc::ZmqConnectorFactory::GetInstance();
-    const std::unique_ptr<ipc::ZmqServerConnector> server(factory.CreateZmqServerConnector(argv[1], argv[2], type));
+    struct sigaction nothing = {};
+    nothing.sa_handler = [](int) {};
+    sigaction(SIGUSR1, &nothing, nullptr); // no SA_RESTART: it ends whatever call it meets
+
+    const auto type = argv[3] == std::string("two") ? ipc::ServerType::TwoPriorities : ipc::ServerType::OnePriority;
+    const auto server = ipc::convenience::MakeServer(argv[1], argv[2], type);
+    const std::string id = std::to_string(getpid()) + ' ';
     std::minstd_rand random(static_cast<unsigned int>(getpid()));
-    std::uniform_int_distribution<int> milliseconds(0, std::stoi(argv[4]));
-    server->RegisterCallback([&](const soak::ByteVector& request, soak::ByteVector& response) {
-        const soak::Answer answer = soak::AnswerTo(request, getpid());
-        response.resize(sizeof answer);
-        std::memcpy(response.data(), &answer, sizeof answer);
-        std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds(random)));
+    server->RegisterCallback([&](const ipc::ByteVector& request, ipc::ByteVector& response) {
+        response.assign(id.begin(), id.end());
+        response.insert(response.end(), request.begin(), request.end());
+        std::this_thread::sleep_for(std::chrono::milliseconds(random() % (std::stoul(argv[4]) + 1)));
     });
     server->SetStartupMessage(argv[2]);
-    soak::LetSignalInterrupt();
     if (server->StartListening() != StatusCode::Success) return 1;
 
     for (char byte = 0; read(STDIN_FILENO, &byte, 1) != 0;) continue; // a signal ends a read, not the service
