@@ -69,7 +69,7 @@ private:
             server.isIdentified = false;
             break;
         case 1: // the router learns the identity
-            if (server.connection != 0 && !server.isIdentified) mRoutes[server.identity] = server.connection;
+            if (server.connection != 0 && !server.isIdentified) mRoutes[server.identity] = &server;
             server.isIdentified = true;
             break;
         case 2: // the router learns that a connection has ended
@@ -91,6 +91,7 @@ private:
 
     void Disconnect(Server& server)
     {
+        if (FindRouted(server.identity) == &server) mRoutes[server.identity] = nullptr;
         server.connection = 0;
         // Those on their way are lost. An echoed registration that came late could not be told from one.
         server.held.resize(server.held.size() - mInput.ConsumeIntegralInRange<std::size_t>(0, server.held.size()));
@@ -141,11 +142,7 @@ private:
     Server* FindRouted(const std::string& identity)
     {
         const auto route = mRoutes.find(identity);
-        const auto isRouted = [&](const Server& server) {
-            return route != mRoutes.end() && server.connection == route->second && server.connection != 0;
-        };
-        const auto found = std::find_if(mServers.begin(), mServers.end(), isRouted);
-        return found == mServers.end() ? nullptr : &*found;
+        return route == mRoutes.end() ? nullptr : route->second;
     }
 
     void Bind(const std::string& address) override
@@ -188,7 +185,7 @@ private:
     std::uint64_t mRequests = 0;
     std::size_t mAddresses = 0;
     std::vector<Server> mServers{{"a", "a"}, {"a", "a"}, {"a", "b"}, {"b", "b"}};
-    std::map<std::string, RequestOrder::Connection> mRoutes; // the connection that each identity stands for
+    std::map<std::string, Server*> mRoutes; // whose connection each identity stands for; null when that has ended
     std::map<std::string, Switchboard::TimePoint> mHeldUntil;
     Switchboard mSwitchboard{*this, kLongestAddress, kQuietTime, {}};
 };
