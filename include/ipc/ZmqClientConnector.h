@@ -34,8 +34,8 @@ public:
     /// the socket can queue no more. A reply of more than 2 GiB is cut.
     /// @param request,response,timeout as for `AbstractClientConnector`.
     /// @return
-    /// - `Success`: `response` holds the reply. (A ZeroMQ call that fails with error number 0 counts as success too; one
-    ///   that sends, waits or receives then leaves `response` as it was.)
+    /// - `Success`: `response` holds the reply. (A ZeroMQ call that fails with error number 0 counts as success
+    ///   too; one that sends, waits or receives then leaves `response` as it was.)
     /// - `TimedOut` (76): no reply within `timeout`; the request may still be carried out, and its reply be
     ///   given to the next one.
     /// - `BlockingForbidden` (27): the operating mode forbids waiting; the request has been sent all the same.

@@ -44,8 +44,8 @@ public:
     /// @param response replaced by the reply when one was received, otherwise left as it was.
     /// @param timeout milliseconds to wait for the reply; -1 waits without limit, 0 looks once.
     /// @return
-    /// - `Success`: `response` holds the reply. (A ZeroMQ call that fails with error number 0 counts as success too; one
-    ///   that waits or receives then leaves `response` as it was.)
+    /// - `Success`: `response` holds the reply. (A ZeroMQ call that fails with error number 0 counts as success
+    ///   too; one that waits or receives then leaves `response` as it was.)
     /// - `TimedOut` (76): no reply within `timeout`; the request may still be carried out.
     /// - `Interrupted` (12): a message on the interrupt endpoint ended the wait; the request may still be carried
     ///   out. A reply received at the same moment is in `response`.

@@ -61,8 +61,9 @@ public:
     ///   number 0 counts as success too: the thread then runs on, as below.)
     /// - otherwise `MakeStatusCodeFromErrno` of the ZeroMQ call that failed. The thread may still run, answering
     ///   nothing, and taking processor time while requests wait: do not delete the connector, register a handler or set
-    ///   the startup message. The way out is `StartListening`, then `StopListening`, until both return `Success`. (After
-    ///   the end of the context no start does; its failure then has joined the thread, and the connector can be deleted.)
+    ///   the startup message. The way out is `StartListening`, then `StopListening`, until both return `Success`. Where
+    ///   the context has ended no start succeeds: it joins the thread, which ends too, and the connector can be
+    ///   deleted.
     StatusCode StopListening() override;
 
     /// Sets the address under which the server registers each time its connection is established, again after the

@@ -13,10 +13,10 @@ namespace zeb::tolvo::ipc::convenience
 /// Ends a server: stops it, then deletes it.
 struct StopAndDelete
 {
-    /// Waits for a stop: half a second, or what the server thread is doing if that takes longer. While stops fail, it starts
-    /// and stops the server again, up to five times, a tenth of a second apart. A server whose thread is left then is
-    /// kept for good, since deleting it would end the process; it takes no further request, and the library's log lines
-    /// tell why. Never call it from the server's handler: it would join its own thread.
+    /// Waits for a stop: half a second, or what the server thread is doing if that takes longer. While stops fail, it
+    /// starts and stops the server again, up to five times, a tenth of a second apart. A server whose thread is left
+    /// then is kept for good, since deleting it would end the process; it takes no further request, and the library's
+    /// log lines tell why. Never call it from the server's handler: it would join its own thread.
     /// @param server may be listening, stopped or never started; not null.
     void operator()(ZmqServerConnector* server) const noexcept
     {
