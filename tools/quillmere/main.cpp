@@ -125,7 +125,7 @@ int main(int argc, char** argv)
     CLI::Option* const mode =
         app.add_option_function<std::string>(
                "--mode", [&](const std::string& text) { options.access.emplace().mode = ReadMode(text); },
-               "of each socket file, such as 0660; the umask's\nunless told")
+               "of each socket file, such as 0660; by default\nthe umask decides")
             ->type_name("MODE");
     app.add_option_function<std::string>(
            "--group", [&](const std::string& name) { options.access.value().group = ReadGroup(name); },

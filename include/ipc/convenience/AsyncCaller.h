@@ -28,12 +28,12 @@ namespace zeb::tolvo::ipc::convenience
 ///
 /// Each request that was taken has its `done` called once, in order, by `Dispatch` alone, whether it was answered or
 /// not; after the destruction none is called. Any thread may call `Call`; the loop's thread alone does all else. A
-/// forked child leaves by `exec` or `_exit`: it has no such thread, and its end would wait for it.
+/// forked child must leave by `exec` or `_exit`: it does not have that thread, and the destructor would wait for it.
 class AsyncCaller
 {
 public:
     /// Called with the reply, or with the status that tells why there is none. It may call `Call` and `Dispatch`, and
-    /// may destroy the caller.
+    /// may destroy this `AsyncCaller`.
     using Done = std::function<void(Reply reply)>;
 
     /// Creates the descriptor, but no thread and no socket yet.
@@ -73,13 +73,13 @@ public:
         return Call(ByteVector(request.begin(), request.end()), timeout, std::move(done));
     }
 
-    /// The descriptor to wait on: readable while replies wait. It is the caller's: do not read or close it. Programs
+    /// The descriptor to wait on: readable while replies wait. This object owns it: do not read or close it. Programs
     /// that this one executes don't inherit it.
     /// @return the same one for life.
     int GetFd() const { return mState->fd; }
 
-    /// Calls the `done` of each request that has ended and returns; it never waits. What a `done` throws passes
-    /// through: the requests behind it still wait, and the descriptor is still readable.
+    /// Calls the `done` of requests that have ended, at most `limit` of them, and returns; it never waits. While more
+    /// have ended the descriptor stays readable, also after a `done` has thrown, whose exception passes through.
     void Dispatch()
     {
         const std::shared_ptr<State> state = mState;            // a `done` may destroy the caller

@@ -13,9 +13,9 @@
 namespace zeb::tolvo::ipc::convenience
 {
 
-/// A client of one service whose calls wait. A late reply is lost, never taken for the next call's: a call that fails
-/// costs the connector, and the next one makes another. A service that answers one request twice is not covered: its
-/// second reply is taken for the next call's.
+/// A client of one service whose calls wait. A late reply is lost, never taken for the next call's: after a call
+/// that fails the connector is destroyed, and the next call creates a new one. A service that answers one request twice
+/// is not covered: its second reply is taken for the next call's.
 ///
 /// Used by one thread at a time, destroyed before the process or the library ends. It moves; one that was moved from
 /// may only be destroyed or assigned to.

@@ -10,8 +10,8 @@ namespace zeb::tolvo::ipc::convenience
 
 /// Says in words what a status means.
 /// @param status any status of the library.
-/// @return words without a capital or a full stop for the library's own, the system's for an error number, and "status"
-/// and the number for what is neither.
+/// @return a few words in lower case for a status of the library, the system's text for an error number, and "status"
+/// with the number for any other.
 inline std::string Describe(StatusCode status)
 {
     switch (static_cast<unsigned int>(status))
