@@ -53,7 +53,11 @@ done
 cat >"$work/consumer/CMakeLists.txt" <<'END'
 cmake_minimum_required(VERSION 3.25)
 project(consumer LANGUAGES CXX)
-find_package(tolvo-ipc-transport ${wanted} REQUIRED)
+if(sources)
+    add_subdirectory(${sources} library)
+else()
+    find_package(tolvo-ipc-transport ${wanted} REQUIRED)
+endif()
 foreach(program service client)
     add_executable(hello_${program} ${program}.cpp)
     target_link_libraries(hello_${program} PRIVATE tolvo::ipc-transport)
@@ -83,6 +87,10 @@ if cmake -S "$work/consumer" -B "$work/newer" "-DCMAKE_PREFIX_PATH=$work/moved" 
     Fail "version 0.2 was asked for and found"
 fi
 grep -q 'requested version "0.2"' "$work/log" || Fail "$(<"$work/log")"
+
+echo "A CMake project that adds this folder"
+BuildWithCMake "$work/added" /nowhere "-Dsources=$PWD" -DCMAKE_DISABLE_FIND_PACKAGE_nlohmann_json=OFF
+Greet "$work/added" "$work/moved/bin"
 
 echo "g++ with pkg-config against the moved prefix"
 mkdir "$work/pkg-config"
