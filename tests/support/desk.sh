@@ -7,7 +7,7 @@ source "$(dirname "${BASH_SOURCE[0]}")/../../scripts/lib/common.sh"
 quillmere=$1 call=$2 service=$3
 MakeWorkFolder
 servers=ipc://$work/servers status=ipc://$work/device-status nobody=ipc://$work/nobody
-uptime='[0-9.]+ [0-9.]+' unknown='unknown request; [a-z :]+'
+uptime='[0-9.]+ [0-9.]+' unknown='unknown request; ask for one of: uptime loadavg meminfo cpuinfo'
 said='tolvo-ipc-call: ' failed='tolvo-ipc-call: the request failed: '
 
 # The registration service, $quillmere_id, which writes to $output, and the device status service, $service_id.

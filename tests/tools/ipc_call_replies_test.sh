@@ -4,9 +4,15 @@ source "$(dirname "${BASH_SOURCE[0]}")/../support/desk.sh"
 
 StartDesk
 Expect 0 "$uptime" '' "$call" "$status" < <(printf uptime)
-Expect 0 "$unknown" '' "$call" "$status" < <(printf 'uptime\n')
-Expect 0 "$unknown" '' "$call" "$status" < <(printf 'uptime\0')
-Expect 0 "$unknown" '' "$call" "$status" </dev/null
+for other in '' uptim uptimes UPTIME 'uptime\n' 'uptime\0' '\0uptime' ../proc/uptime self/mem; do
+    Expect 0 "$unknown" '' "$call" "$status" < <(printf '%b' "$other")
+done
+Expect 0 "$unknown" '' "$call" "$status" < <(printf uptime && head -c 1M /dev/zero)
+Expect 0 "$uptime [0-9./ ]+" '' "$call" "$status" < <(printf loadavg)
+for word in meminfo cpuinfo; do # what stays the same between two looks: the beginning, and the number of lines
+    Expect 0 "$(head -c 20 "/proc/$word").*" '' "$call" "$status" < <(printf '%s' "$word")
+    [[ $(wc -l <"$work/out") == "$(wc -l <"/proc/$word")" ]] || Fail "$word is not the whole file"
+done
 Expect 0 "$uptime"$'\n\n'"$unknown"$'\n\n'"$uptime" '' "$call" --lines "$status" < <(printf 'uptime\n\nuptime')
 Expect 0 '' '' "$call" --lines "$status" </dev/null
 Expect 0 '([0-9a-f]{2} )+0a  \|'"$uptime"'\.\|' '' "$call" --hex "$status" < <(printf uptime)
