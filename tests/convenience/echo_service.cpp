@@ -2,11 +2,8 @@
 
 #include "support/Peers.h"
 
-#include <sys/prctl.h>
-
 int main(int, char** argv)
 {
-    prctl(PR_SET_PDEATHSIG, SIGKILL); // it outlives no test, however that ends
     zmq::context_t context;
     Peer router(context, zmq::socket_type::router, argv[1]);
     router.set(zmq::sockopt::rcvtimeo, -1);

@@ -31,6 +31,12 @@ inline ByteVector Bytes(const std::string& text) { return {text.begin(), text.en
 
 inline std::string Text(const ByteVector& bytes) { return {bytes.begin(), bytes.end()}; }
 
+/// What a server registers with.
+inline std::string Registration(const std::string& address)
+{
+    return R"({"address":")" + address + R"(","type":"register"})";
+}
+
 /// Ends a test at its first fatal failure, be it in a helper or on a thread whose future the test awaits.
 struct FatalFailuresThrow : testing::EmptyTestEventListener
 {

@@ -9,14 +9,50 @@
 #include <sstream>
 #include <unistd.h>
 
-/// Takes what is written to standard error while it lives. Each line comes without its thread number: "[tag] text".
-struct CapturedLog
+/// A pipe, and what is written to it.
+struct Output
 {
-    explicit CapturedLog(int level = 3)
+    explicit Output(int flags = 0)
     {
-        if (pipe2(mPipe.data(), O_NONBLOCK) < 0 || fcntl(mPipe[1], F_SETPIPE_SZ, kRoomForALongRun) < 0)
-            throw std::runtime_error("pipe2");
-        dup2(mPipe[1], STDERR_FILENO);
+        if (pipe2(ends.data(), flags) < 0) throw std::runtime_error("pipe2");
+    }
+
+    ~Output()
+    {
+        for (const int fd : ends) close(fd);
+    }
+
+    /// Takes what is written up to a line that holds `text`. None in time ends the test.
+    void Await(const std::string& text)
+    {
+        while (written.find('\n', written.find(text)) == std::string::npos)
+        {
+            written.erase(0, written.rfind('\n') + 1);
+            [&] { ASSERT_TRUE(IsReadable(ends[0])) << "no line \"" << text << '"'; }();
+            Read();
+        }
+        written.erase(0, written.find('\n', written.find(text)) + 1);
+    }
+
+    /// Adds to `written` what is there.
+    void Read()
+    {
+        std::string text(1 << 20, ' ');
+        while (IsReadable(ends[0], 0))
+            written.append(text, 0, static_cast<std::size_t>(read(ends[0], text.data(), text.size())));
+    }
+
+    std::array<int, 2> ends{};
+    std::string written; // not yet taken
+};
+
+/// Takes what is written to standard error while it lives. Each line comes without its thread number: "[tag] text".
+struct CapturedLog : Output
+{
+    explicit CapturedLog(int level = 3) : Output(O_NONBLOCK)
+    {
+        if (fcntl(ends[1], F_SETPIPE_SZ, 1 << 20) < 0) throw std::runtime_error("F_SETPIPE_SZ"); // for a long run
+        dup2(ends[1], STDERR_FILENO);
         SetLevel(level);
     }
 
@@ -24,7 +60,7 @@ struct CapturedLog
     {
         SetLevel(static_cast<int>(TolvoLogLevel::Notice));
         dup2(mSavedStderr, STDERR_FILENO);
-        for (const int fd : {mSavedStderr, mPipe[0], mPipe[1]}) close(fd);
+        close(mSavedStderr);
     }
 
     void SetLevel(int level) { zebl::Log::RootLogger::GetInstance().SetLevel(static_cast<TolvoLogLevel>(level)); }
@@ -32,30 +68,13 @@ struct CapturedLog
     /// The lines written so far that were not taken yet.
     Lines Take()
     {
-        std::istringstream written(Read());
+        Read();
+        std::istringstream text(std::exchange(written, {}));
         Lines lines;
-        for (std::string line; std::getline(written, line);) lines.push_back(line.substr(line.find("][") + 1));
+        for (std::string line; std::getline(text, line);) lines.push_back(line.substr(line.find("][") + 1));
         return lines;
     }
 
-    /// Takes what is written until it holds `text`.
-    bool Await(const std::string& text)
-    {
-        while (IsReadable(mPipe[0]))
-            if (Read().find(text) != std::string::npos) return true;
-        return false;
-    }
-
 private:
-    std::string Read()
-    {
-        std::string text(kRoomForALongRun, ' ');
-        text.resize(static_cast<std::size_t>(std::max<ssize_t>(read(mPipe[0], text.data(), text.size()), 0)));
-        return text;
-    }
-
-    static constexpr int kRoomForALongRun = 1 << 20;
-
-    std::array<int, 2> mPipe{};
     int mSavedStderr = dup(STDERR_FILENO);
 };

@@ -8,7 +8,7 @@ inline void Echo(const ByteVector& request, ByteVector& response) { response = r
 
 inline std::string Registration(const std::string& identity, const std::string& address)
 {
-    return identity + R"(|{"address":")" + address + R"(","type":"register"})";
+    return identity + "|" + Registration(address);
 }
 
 /// Servers that run, opposite a registration service.

@@ -1,42 +1,25 @@
 #include "quillmere/RequestOrder.h"
-#include "support/Faults.h"
-#include "support/Peers.h"
+#include "support/Process.h"
+#include "support/ServerThread.h"
 
 #include <ipc/ZmqConnectorFactory.h>
-#include <zebl/RootLogger.h>
 
-#include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include <algorithm>
-#include <array>
-#include <atomic>
-#include <csignal>
-#include <fcntl.h>
 #include <fstream>
-#include <future>
 #include <grp.h>
-#include <map>
-#include <optional>
-#include <poll.h>
-#include <set>
-#include <sys/prctl.h>
+#include <sys/fsuid.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace
 {
 
 using namespace std::string_literals;
-using zeb::tolvo::desk::RequestOrder;
-
-std::string Registration(const std::string& address) { return R"({"type":"register","address":")" + address + "\"}"; }
 
 /// With a space at the end, so that the sizes of a request and of its reply differ.
-void Echo(const ByteVector& request, ByteVector& response) { response = Bytes(Text(request) + ' '); }
+void AddSpace(const ByteVector& request, ByteVector& response) { response = Bytes(Text(request) + ' '); }
 
 using Handler = std::function<void(const ByteVector& request, ByteVector& response)>;
 
@@ -51,63 +34,28 @@ protected:
     ~Quillmere() override
     {
         zebl::Log::RootLogger::GetInstance().SetLevel(TolvoLogLevel::Notice);
-        End(SIGKILL);
+        for (const int connection : connections) close(connection);
     }
 
     void TearDown() override { EXPECT_EQ(server ? server->StopListening() : StatusCode::Success, StatusCode::Success); }
 
     void Start(const std::string& options)
     {
-        const std::string command = "ulimit -Sn 200; exec " TOLVO_QUILLMERE " --servers " + servers + " --clients " +
-                                    addresses + " " + options + " 2>&1";
-        int ends[2] = {};
-        if (pipe(ends) != 0 || (process = fork()) < 0) throw std::bad_alloc();
-        if (process == 0)
-        {
-            prctl(PR_SET_PDEATHSIG, SIGKILL); // it outlives no test, however that ends
-            dup2(ends[1], STDOUT_FILENO);
-            execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
-            _exit(127);
-        }
-        output = ends[0];
-        AwaitLine("serving " + servers);
-        EXPECT_EQ(fcntl(ends[1], F_GETFL) & O_NONBLOCK, 0) << "others who write there are not disturbed";
-        close(ends[1]);
-    }
-
-    void AwaitLine(const std::string& text)
-    {
-        std::string block(1 << 16, ' ');
-        pollfd item{output, POLLIN, 0};
-        while (true)
-        {
-            const std::size_t end = written.find('\n', written.find(text));
-            written.erase(0, (end != std::string::npos ? end : written.rfind('\n')) + 1);
-            if (end != std::string::npos) return;
-            const ssize_t size = poll(&item, 1, kPatience) == 1 ? read(output, block.data(), block.size()) : 0;
-            ASSERT_GT(size, 0) << "no line \"" << text << '"';
-            written.append(block, 0, static_cast<std::size_t>(size));
-        }
-    }
-
-    /// @return as waitpid: 0 for the exit code 0, the number of a signal that ended it.
-    int End(int signal)
-    {
-        int status = -1;
-        if (process > 0 && kill(process, signal) == 0) waitpid(process, &status, 0);
-        close(output);
-        process = output = -1;
-        return status;
+        process.emplace("ulimit -Sn 200; exec " TOLVO_QUILLMERE " --servers " + servers + " --clients " + addresses +
+                            " " + options + " 2>&1",
+                        output.ends[1]);
+        output.Await("serving " + servers);
+        EXPECT_EQ(fcntl(output.ends[1], F_GETFL) & O_NONBLOCK, 0) << "others who write there are not disturbed";
     }
 
     void Serve(const std::string& identity, const std::string& address, ipc::ServerType type = kOne,
-               const Handler& handler = Echo)
+               const Handler& handler = AddSpace)
     {
         server.reset(factory.CreateZmqServerConnector(servers, identity, type));
         server->RegisterCallback(handler);
         server->SetStartupMessage(address);
         EXPECT_EQ(server->StartListening(), StatusCode::Success);
-        AwaitLine("registered as");
+        output.Await("registered as");
     }
 
     void ExpectEcho(const std::string& address, const std::string& body, int times = 1)
@@ -121,15 +69,14 @@ protected:
         }
     }
 
-    /// @return a connection that says nothing, -1 when there is none.
+    /// Makes a connection that says nothing.
+    /// @return 0 or the error number.
     int ConnectPlainly(const std::string& name)
     {
         sockaddr_un address{AF_UNIX, {}};
         folder.Path(name).copy(address.sun_path, sizeof address.sun_path - 1);
-        const int connection = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        if (connect(connection, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0) return connection;
-        close(connection);
-        return -1;
+        connections.push_back(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        return connect(connections.back(), reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 ? 0 : errno;
     }
 
     nlohmann::json ReadTimeline() const
@@ -152,7 +99,7 @@ protected:
     void RegisterBare(const std::string& address)
     {
         bareServer.send(zmq::buffer(Registration(address)));
-        AwaitLine("registered as");
+        output.Await("registered as");
     }
 
     ipc::ZmqConnectorFactory& factory = ipc::ZmqConnectorFactory::GetInstance();
@@ -164,9 +111,9 @@ protected:
     zmq::context_t context;
     zmq::socket_t bareServer{context, zmq::socket_type::dealer};
     std::unique_ptr<ipc::ZmqServerConnector> server;
-    pid_t process = -1;
-    int output = -1;
-    std::string written; // not yet awaited
+    Output output;
+    std::optional<Process> process;
+    std::vector<int> connections;
 };
 
 TEST_F(Quillmere, BothPrioritiesAnswerBodiesOfEverySize)
@@ -182,10 +129,10 @@ TEST_F(Quillmere, ServiceReplacesItsLingeringConnectionAndComesBackAfterAKill)
     RegisterBare("status");
     Serve("service", "status");
     ExpectEcho("status", "replaced");
-    EXPECT_EQ(End(SIGKILL), SIGKILL);
+    EXPECT_EQ(process->End(SIGKILL), SIGKILL);
     Start("--trace");
     ExpectEcho("status", "back");
-    EXPECT_EQ(End(SIGTERM), 0);
+    EXPECT_EQ(process->End(SIGTERM), 0);
     EXPECT_TRUE(std::filesystem::is_empty(addresses));
 }
 
@@ -194,14 +141,12 @@ TEST_F(Quillmere, PausedReaderOfItsOutputStopsNobody)
     constexpr int kMoreThanAPipeHolds = 1000;
     Serve("service", "status");
     ExpectEcho("status", "x", kMoreThanAPipeHolds);
-    for (const char* line : {" <- ", " -> "}) AwaitLine(line);
-    kill(process, SIGUSR1);
-    for (const char* line : {"lines could not be written", "  1000     1000       0       0 "}) AwaitLine(line);
+    for (const char* line : {" <- ", " -> "}) output.Await(line);
+    kill(process->id, SIGUSR1);
+    for (const char* line : {"lines could not be written", "  1000     1000       0       0 "}) output.Await(line);
     ExpectEcho("status", "x", kMoreThanAPipeHolds);
-    const int unread = std::exchange(output, -1);
-    EXPECT_EQ(End(SIGHUP), 0);
+    EXPECT_EQ(process->End(SIGHUP), 0);
     EXPECT_TRUE(std::filesystem::is_empty(addresses));
-    close(unread);
 }
 
 TEST_F(Quillmere, ThousandsOfConnectionsWithinTheHardLimit)
@@ -214,12 +159,9 @@ TEST_F(Quillmere, ThousandsOfConnectionsWithinTheHardLimit)
     if (limit.rlim_max < kConnections + 200) GTEST_SKIP() << "only " << limit.rlim_max << " descriptors allowed";
     Serve("service", "status");
 
-    std::vector<int> idle;
-    while (idle.size() < kConnections) idle.push_back(ConnectPlainly("status"));
-    EXPECT_EQ(std::count(idle.begin(), idle.end(), -1), 0);
+    while (connections.size() < kConnections) ASSERT_EQ(ConnectPlainly("status"), 0);
     ExpectEcho("status", "going on");
-    for (const int connection : idle) close(connection);
-    EXPECT_EQ(End(SIGTERM), 0);
+    EXPECT_EQ(process->End(SIGTERM), 0);
 }
 
 TEST_F(Quillmere, TellsWhatThereIsWhileAServiceFloods)
@@ -257,18 +199,16 @@ TEST_F(Quillmere, OnlyTheGroupConnects)
     if (geteuid() != 0) GTEST_SKIP() << "only root becomes other users";
     constexpr gid_t kGroup = 1; // "daemon" on each Debian
     std::filesystem::permissions(addresses, std::filesystem::perms(0755));
-    End(SIGTERM);
+    process->End(SIGTERM);
     Start("--mode 0660 --group daemon");
+    setgroups(0, nullptr);
     const auto connectAs = [&](uid_t user, gid_t group, const std::string& name) {
-        const pid_t child = fork();
-        if (child == 0)
-        {
-            const bool isOther = setgroups(0, nullptr) == 0 && setgid(group) == 0 && setuid(user) == 0;
-            _exit(isOther && ConnectPlainly(name) >= 0 ? 0 : errno);
-        }
-        int status = -1;
-        waitpid(child, &status, 0);
-        return WEXITSTATUS(status);
+        setfsgid(group);
+        setfsuid(user);
+        const int error = ConnectPlainly(name);
+        setfsuid(geteuid());
+        setfsgid(getegid());
+        return error;
     };
 
     ConnectBare("service");
@@ -283,7 +223,7 @@ TEST_F(Quillmere, OnlyTheGroupConnects)
 TEST_F(Quillmere, TimelineHasEachRequestOnceAlsoAfterAKillAndOnAFullDisk)
 {
     constexpr std::size_t kClients = 8;
-    constexpr std::size_t kEach = 5;
+    constexpr int kEach = 5;
     Serve("service", "status");
     std::vector<std::future<void>> clients;
     while (clients.size() < kClients)
@@ -295,36 +235,40 @@ TEST_F(Quillmere, TimelineHasEachRequestOnceAlsoAfterAKillAndOnAFullDisk)
     bareClient.connect(folder.Endpoint("status"));
     bareClient.send(zmq::str_buffer("two"), zmq::send_flags::sndmore);
     bareClient.send(zmq::str_buffer("frames"));
-    AwaitLine("it has 2 frames");
+    output.Await("it has 2 frames");
     EXPECT_FALSE(ReadTimeline().empty()); // while it runs
     const rlimit full{static_cast<rlim_t>(std::filesystem::file_size(timeline)) + 1, RLIM_INFINITY};
-    EXPECT_EQ(prlimit(process, RLIMIT_FSIZE, &full, nullptr), 0);
+    EXPECT_EQ(prlimit(process->id, RLIMIT_FSIZE, &full, nullptr), 0);
     ExpectEcho("status", "not noted");
-    AwaitLine("timeline is incomplete from here on: File too large");
+    output.Await("timeline is incomplete from here on: File too large");
     EXPECT_EQ(server->StopListening(), StatusCode::Success); // or what it has not sent would keep its context
-    EXPECT_EQ(End(SIGKILL), SIGKILL);
+    EXPECT_EQ(process->End(SIGKILL), SIGKILL);
 
-    std::multiset<std::size_t> noted;
-    std::map<std::string, int> named;
+    std::map<std::string, int> seen, expected = {{"M process_name", 1},
+                                                 {"i \"service\" registered as \"status\"", 1},
+                                                 {"i request dropped: it has 2 frames", 1}};
+    for (std::size_t size = 0; size < kClients; ++size) expected["X request " + std::to_string(size)] = kEach;
     std::map<int, double> laneEnds;
     nlohmann::json underWay;
     for (const auto& event : ReadTimeline())
     {
-        ++named[event["ph"].get<std::string>() + ' ' + event["name"].get<std::string>()];
-        if (event["ph"] == "C") underWay = event["args"]["requests"];
-        if (event["ph"] != "X") continue;
-        noted.insert(event["args"]["request bytes"].get<std::size_t>());
-        EXPECT_EQ(event["args"]["reply bytes"].get<int>(), event["args"]["request bytes"].get<int>() + 1);
-        EXPECT_EQ(event["args"]["client"].get<std::string>().size(), 8U) << event;
-        double& end = laneEnds[event["tid"].get<int>()];
-        EXPECT_GE(event["ts"].get<double>(), end - 0.001) << "boxes of one lane overlap";
-        end = event["ts"].get<double>() + event["dur"].get<double>();
+        std::string kind = event["ph"].get<std::string>() + ' ' + event["name"].get<std::string>();
+        if (event["ph"] == "X")
+        {
+            const int size = event["args"]["request bytes"];
+            kind += ' ' + std::to_string(size);
+            EXPECT_EQ(event["args"]["reply bytes"], size + 1);
+            EXPECT_EQ(event["args"]["client"].get<std::string>().size(), 8U) << event;
+            double& end = laneEnds[event["tid"].get<int>()];
+            EXPECT_GE(event["ts"].get<double>(), end - 0.001) << "boxes of one lane overlap";
+            end = event["ts"].get<double>() + event["dur"].get<double>();
+        }
+        if (event["ph"] == "C")
+            underWay = event["args"]["requests"];
+        else
+            ++seen[kind];
     }
-    EXPECT_EQ(noted.size(), kClients * kEach);
-    for (std::size_t size = 0; size < kClients; ++size) EXPECT_EQ(noted.count(size), kEach) << size;
-    for (const char* once :
-         {"M process_name", "i \"service\" registered as \"status\"", "i request dropped: it has 2 frames"})
-        EXPECT_EQ(named[once], 1) << once;
+    EXPECT_EQ(seen, expected);
     EXPECT_EQ(underWay, 0);
 }
 
@@ -335,16 +279,16 @@ TEST_F(Quillmere, RemovedSocketsAreBoundAgain)
     std::filesystem::remove_all(addresses);
     std::filesystem::create_directory(addresses);
     RegisterBare("status"); // by the connection that stands
-    for (const char* name : {"status", "servers"}) EXPECT_NE(close(ConnectPlainly(name)), -1) << name;
+    for (const char* name : {"status", "servers"}) EXPECT_EQ(ConnectPlainly(name), 0) << name;
 
     std::filesystem::remove(folder.Path("servers"));
-    kill(process, SIGUSR1);
+    kill(process->id, SIGUSR1);
     Serve("service", "status");
     ExpectEcho("status", "bound again");
 
     std::filesystem::remove(folder.Path("status"));
     std::ofstream(folder.Path("status")) << "somebody else's";
-    EXPECT_EQ(End(SIGTERM), 0);
+    EXPECT_EQ(process->End(SIGTERM), 0);
     EXPECT_TRUE(std::filesystem::exists(folder.Path("status")));
 }
 
@@ -355,7 +299,7 @@ TEST_F(Quillmere, ServerStopsInTimeWhileFourClientsFloodIt)
     constexpr int kStops = 20;
     constexpr int kLongStops = 2;
     zebl::Log::RootLogger::GetInstance().SetLevel(TolvoLogLevel::Critical);
-    End(SIGTERM);
+    process->End(SIGTERM);
     Start("--quiet=0");
     const auto keeper = factory.CreateZmqClientConnector(servers, operatingMode); // ZeroMQ's threads run from here on
     // A reply that is not taken before the registration service ends would keep the end of this process waiting.
@@ -401,7 +345,7 @@ TEST_F(Quillmere, RefusedAndEchoedRegistrationsCostOnlyTheWaitingRequests)
          })
     {
         bareServer.send(zmq::buffer(frame));
-        AwaitLine(line);
+        output.Await(line);
     }
     EXPECT_EQ(std::filesystem::file_size(folder.Path("file")), "precious"s.size());
 
@@ -410,56 +354,44 @@ TEST_F(Quillmere, RefusedAndEchoedRegistrationsCostOnlyTheWaitingRequests)
     for (const auto& [address, line] : {std::pair("status", "registered as"), std::pair("other", "keeps its address")})
     {
         EXPECT_EQ(client->SendRequest(Bytes(Registration(address)), reply, 0), StatusCode::TimedOut);
-        for (const char* expected : {"dropped: 1", line}) AwaitLine(expected);
+        for (const char* expected : {"dropped: 1", line}) output.Await(expected);
     }
     ExpectEcho("status", "going on");
 }
 
 /// What the order of replies rests on.
-TEST(ServerOfTheLibrary, AnswersWhatItHoldsBeforeItRegistersAnew)
+TEST_F(ServerThread, AnswersWhatItHoldsBeforeItRegistersAnew)
 {
-    for (const auto type : {kOne, ipc::ServerType::TwoPriorities})
+    constexpr int kHeld = 2 * zeb::tolvo::desk::RequestOrder::kMostUnderWay;
+    TwoPriorities both(endpoint, context.handle(), "id");
+    for (ipc::ZmqServerConnector* holder : std::initializer_list<ipc::ZmqServerConnector*>{&server, &both})
     {
-        const TempFolder folder;
-        const std::string endpoint = folder.Endpoint("servers");
-        zmq::context_t context;
-        std::optional<Peer> peer(std::in_place, context, zmq::socket_type::router, endpoint);
-        auto& factory = ipc::ZmqConnectorFactory::GetInstance();
-        const std::unique_ptr<ipc::ZmqServerConnector> server(factory.CreateZmqServerConnector(endpoint, "x", type));
         std::promise<void> released;
-        server->RegisterCallback(
-            [wait = released.get_future().share()](const ByteVector& request, ByteVector& response) {
-                wait.wait();
-                response = request;
-            });
-        server->SetStartupMessage("a");
-        EXPECT_EQ(server->StartListening(), StatusCode::Success);
+        holder->RegisterCallback([wait = released.get_future().share()](const ByteVector& request, ByteVector& reply) {
+            wait.wait();
+            reply = request;
+        });
         const auto expectNext = [&](const std::string& frames) {
-            std::string received;
-            do received = peer->Receive();
-            while (received.find("RT|") != std::string::npos); // the other priority registers
+            std::string received = service.Receive();
+            while (received.find("RT|") != std::string::npos) received = service.Receive(); // the other priority's
             EXPECT_EQ(received, frames);
         };
-        const std::string registration = R"(x|{"address":"a","type":"register"})";
-        expectNext(registration);
-
-        Lines held;
-        while (held.size() < 2 * RequestOrder::kMostUnderWay) held.push_back(std::to_string(held.size()));
-        for (const std::string& request : held) peer->Send({"x", request});
-        peer->set(zmq::sockopt::linger, kPatience);
-        peer.emplace(context, zmq::socket_type::router, endpoint);
-        zmq_socket_monitor(peer->handle(), "inproc://events", ZMQ_EVENT_ACCEPTED);
-        zmq::socket_t events(context, zmq::socket_type::pair);
-        events.set(zmq::sockopt::rcvtimeo, kPatience);
-        events.connect("inproc://events");
-        zmq::message_t event;
-        EXPECT_TRUE(events.recv(event)); // it has connected anew while it holds them all
+        holder->SetStartupMessage("svc");
+        ASSERT_EQ(holder->StartListening(), StatusCode::Success);
+        expectNext(Registration("id", "svc"));
+        for (int request = 0; request < kHeld; ++request) service.Send({"id", std::to_string(request)});
+        service.set(zmq::sockopt::linger, kPatience);
+        Peer next(outside, zmq::socket_type::router, endpoint);
+        zmq::monitor_t events;
+        events.init(next, "inproc://events", ZMQ_EVENT_ACCEPTED);
+        service = std::move(next);
+        EXPECT_TRUE(events.check_event(kPatience)); // it has connected anew while it holds them all
         released.set_value();
-        for (const std::string& request : held) expectNext("x|" + request);
-        expectNext(registration);
-        peer->Send({"x", "new"});
-        expectNext("x|new");
-        EXPECT_EQ(server->StopListening(), StatusCode::Success);
+        for (int request = 0; request < kHeld; ++request) expectNext("id|" + std::to_string(request));
+        expectNext(Registration("id", "svc"));
+        service.Send({"id", "new"});
+        expectNext("id|new");
+        ASSERT_EQ(holder->StopListening(), StatusCode::Success);
     }
 }
 
