@@ -1,7 +1,5 @@
 #include "support/World.h"
 
-#include <ipc/ZmqConnectorFactory.h>
-
 struct Clients : testing::Test, World
 {
 };
@@ -38,21 +36,6 @@ TEST_F(Clients, PersistentConnectsOnFirstUseOnlyAndThenSetsLinger)
     EXPECT_EQ(faults::Recorded("zmq_"),
               (Lines{"zmq_socket DEALER", "zmq_close DEALER", "zmq_connect " + kService, linger, "zmq_send first",
                      "zmq_poll 1", "zmq_send second", "zmq_poll 1"}));
-}
-
-TEST_F(Clients, OfTheFactoryAreIndependentAndGiveTheirDescriptorsBack)
-{
-    const TempFolder folder;
-    Peer router(context, zmq::socket_type::router, folder.Endpoint("router"));
-    auto& factory = ipc::ZmqConnectorFactory::GetInstance();
-    const auto create = [&] { return factory.CreateZmqClientConnector(folder.Endpoint("router"), mode); };
-    const auto keeper = create(); // from here on ZeroMQ's threads have their descriptors
-    const DescriptorsComeBack guard;
-    const auto first = create();
-    const auto second = create();
-    for (auto* client : {first.get(), second.get()})
-        EXPECT_EQ(client->SendRequest(Bytes("request"), response, 0), StatusCode::TimedOut);
-    EXPECT_NE(router.Receive(), router.Receive());
 }
 
 TEST_F(Clients, DealerGivesEachOfEightThreadsItsOwnAnswers)

@@ -64,6 +64,7 @@ TEST_F(ServerThread, PollingGoesOnAfterASignalAndEndsWithAnError)
     server.RegisterCallback([&](const ByteVector& request, ByteVector& response) {
         thread = pthread_self();
         pthread_sigmask(SIG_BLOCK, nullptr, &blocked);
+        pthread_kill(thread, SIGPIPE); // as a write to a closed pipe would: blocked, it waits for the thread's end
         response = request;
     });
     static const std::locale grouping(std::locale::classic(), new Grouping); // ZeroMQ's threads may keep using it

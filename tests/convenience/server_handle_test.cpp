@@ -5,20 +5,13 @@
 
 using namespace ipc::convenience;
 
-/// A server whose stop fails in its first attempts, for want of a socket, wherever they are made.
-struct Stubborn : OnePriority
+/// A server whose end is seen.
+struct Mortal : OnePriority
 {
     using OnePriority::OnePriority;
 
-    ~Stubborn() override { sIsDeleted = true; }
+    ~Mortal() override { sIsDeleted = true; }
 
-    StatusCode StartListening() override
-    {
-        if (--failures > 0) faults::Fail("zmq_socket", EMFILE);
-        return OnePriority::StartListening();
-    }
-
-    int failures = 0;
     static inline bool sIsDeleted = false;
 };
 
@@ -27,18 +20,14 @@ struct ServerHandles : ServerThread
     /// At an endpoint without a peer: ZeroMQ leaks a connection's event that comes while its socket closes.
     void Start()
     {
-        Stubborn::sIsDeleted = false;
-        handle.reset(stubborn = new Stubborn(folder.Endpoint("nobody"), context.handle(), "id"));
+        Mortal::sIsDeleted = false;
+        handle.reset(new Mortal(folder.Endpoint("nobody"), context.handle(), "id"));
         ASSERT_EQ(handle->StartListening(), StatusCode::Success);
     }
 
-    void FailStops(int count)
-    {
-        stubborn->failures = count;
-        faults::Fail("zmq_socket", EMFILE);
-    }
+    /// A stop, or the start that completes it, fails for want of its only socket.
+    static void FailStops(int count) { faults::Fail("zmq_socket", EMFILE, 0, count); }
 
-    Stubborn* stubborn = nullptr; // the handle's
     ServerHandle handle = MakeServer(endpoint, "id");
 };
 
@@ -65,7 +54,7 @@ TEST_F(ServerHandles, EndDeletesAServerWhateverHasFailed)
         Start();
         fail();
         handle.reset();
-        EXPECT_TRUE(Stubborn::sIsDeleted);
+        EXPECT_TRUE(Mortal::sIsDeleted);
     }
 }
 
@@ -73,11 +62,11 @@ TEST_F(ServerHandles, EndKeepsAServerThatNothingStops)
 {
     Start();
     FailStops(1000);
+    ipc::ZmqServerConnector* const kept = handle.get();
     handle.reset();
-    ASSERT_FALSE(Stubborn::sIsDeleted);
-    FailStops(0);
+    ASSERT_FALSE(Mortal::sIsDeleted);
     faults::Reset();
-    handle.reset(stubborn);
+    handle.reset(kept);
     EXPECT_EQ(handle->StartListening(), StatusCode::Success);
 }
 

@@ -25,21 +25,20 @@ struct Output
     /// Takes what is written up to a line that holds `text`. None in time ends the test.
     void Await(const std::string& text)
     {
-        while (written.find('\n', written.find(text)) == std::string::npos)
-        {
-            written.erase(0, written.rfind('\n') + 1);
+        std::size_t end = 0;
+        for (; (end = written.find('\n', written.find(text))) == std::string::npos; Read())
             [&] { ASSERT_TRUE(IsReadable(ends[0])) << "no line \"" << text << '"'; }();
-            Read();
-        }
-        written.erase(0, written.find('\n', written.find(text)) + 1);
+        written.erase(0, end + 1);
     }
 
     /// Adds to `written` what is there.
     void Read()
     {
-        std::string text(1 << 20, ' ');
-        while (IsReadable(ends[0], 0))
-            written.append(text, 0, static_cast<std::size_t>(read(ends[0], text.data(), text.size())));
+        for (std::string block; IsReadable(ends[0], 0); written += block)
+        {
+            block.resize(1 << 16);
+            block.resize(static_cast<std::size_t>(read(ends[0], block.data(), block.size())));
+        }
     }
 
     std::array<int, 2> ends{};

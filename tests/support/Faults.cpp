@@ -19,10 +19,15 @@ namespace
 
 using Lock = std::lock_guard<std::recursive_mutex>;
 
+struct Fault
+{
+    int error, skip, times;
+};
+
 struct State
 {
     std::recursive_mutex mutex;
-    std::map<std::string, std::pair<int, int>> faults; // error number, and the calls that it spares before
+    std::map<std::string, Fault> faults;                              // by function
     std::map<void*, std::pair<std::string, std::thread::id>> sockets; // those that are not ZeroMQ's own
     std::map<int, int> made;                                          // of each type
     std::vector<std::string> calls;
@@ -49,9 +54,9 @@ bool Fails(const std::string& function, const std::string& detail = {})
     const Lock lock(state.mutex);
     if (state.isRecording) state.calls.push_back(detail.empty() ? function : function + " " + detail);
     const auto fault = state.faults.find(function);
-    if (fault == state.faults.end() || fault->second.second-- > 0) return false;
-    errno = fault->second.first;
-    state.faults.erase(fault);
+    if (fault == state.faults.end() || fault->second.skip-- > 0) return false;
+    errno = fault->second.error;
+    if (--fault->second.times == 0) state.faults.erase(fault);
     return true;
 }
 
@@ -141,10 +146,10 @@ zebl::Log::RootLogger& zebl::Log::RootLogger::GetInstance()
 namespace faults
 {
 
-void Fail(const std::string& function, int error, int skip)
+void Fail(const std::string& function, int error, int skip, int times)
 {
     const Lock lock(Get().mutex);
-    Get().faults[function] = {error, skip};
+    Get().faults[function] = {error, skip, times};
 }
 
 void Record()

@@ -8,8 +8,9 @@
 namespace faults
 {
 
-/// The next call of `function` fails with `error`, or the one after `skip` further ones. One fault for each function.
-void Fail(const std::string& function, int error, int skip = 0);
+/// The next calls of `function` fail with `error`, so many `times`, after `skip` further ones. One fault for each
+/// function.
+void Fail(const std::string& function, int error, int skip = 0, int times = 1);
 
 /// Starts to note the calls, for instance "zmq_connect inproc://a" or "zmq_close DEALER". The second socket of a type
 /// that is made from now on is "DEALER2", and so on.
