@@ -52,20 +52,23 @@ TEST_F(Callers, LateReplyIsLost)
 TEST_F(Callers, DoneMayThrowCallAndDispatch)
 {
     AsyncCaller caller(endpoint);
-    ASSERT_TRUE(caller.Call("throws", kLong, [](const Reply& reply) { throw std::runtime_error(reply.Text()); }));
+    ASSERT_TRUE(caller.Call("throws", kLong, [&](const Reply& reply) {
+        ends.emplace_back("throws");
+        throw std::runtime_error(reply.Text());
+    }));
     ASSERT_TRUE(caller.Call("nests", kLong, [&](const Reply&) {
         EXPECT_TRUE(Queue(caller, "from inside"));
-        Dispatch(caller, 1);
+        Dispatch(caller, 2);
         ends.emplace_back("nests");
     }));
     ASSERT_TRUE(Queue(caller, "behind"));
     for (int request = 0; request < 3; ++request) peer.Answer(" answered");
     ASSERT_TRUE(IsReadable(caller.GetFd()));
     EXPECT_THROW(caller.Dispatch(), std::runtime_error);
-    Dispatch(caller, 2);
-    EXPECT_EQ(ends, (Lines{"behind: behind answered", "nests"}));
-    peer.Answer(" answered");
     Dispatch(caller, 3);
+    EXPECT_EQ(ends, (Lines{"throws", "behind: behind answered", "nests"}));
+    peer.Answer(" answered");
+    Dispatch(caller, 4);
     EXPECT_EQ(ends.back(), "from inside: from inside answered");
     EXPECT_FALSE(IsReadable(caller.GetFd(), 0));
 }

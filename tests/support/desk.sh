@@ -10,10 +10,12 @@ servers=ipc://$work/servers status=ipc://$work/device-status nobody=ipc://$work/
 uptime='[0-9.]+ [0-9.]+' unknown='unknown request; ask for one of: uptime loadavg meminfo cpuinfo'
 said='tolvo-ipc-call: ' failed='tolvo-ipc-call: the request failed: '
 
-# The registration service, $quillmere_id, which writes to $output, and the device status service, $service_id.
+# The registration service, $quillmere_id, with what is in $options, which writes to $output, and the device status
+# service, $service_id.
+options=()
 StartDesk()
 {
-    Launch serving "$quillmere" --servers "$servers" --clients "$work"
+    Launch serving "$quillmere" --servers "$servers" --clients "$work" "${options[@]}"
     quillmere_id=$!
     "$service" --servers "$servers" >"$work/service.log" 2>&1 &
     service_id=$!

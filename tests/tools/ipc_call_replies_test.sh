@@ -2,11 +2,13 @@
 # tolvo-ipc-call writes the replies to its input, or sums them up.
 source "$(dirname "${BASH_SOURCE[0]}")/../support/desk.sh"
 
+options=(--trace) # of which nobody reads more than the first lines
 StartDesk
 Expect 0 "$uptime" '' "$call" "$status" < <(printf uptime)
-for other in '' uptim uptimes UPTIME 'uptime\n' 'uptime\0' '\0uptime' ../proc/uptime self/mem; do
+for other in '' 'uptime\n' 'uptime\0' '\0uptime'; do
     Expect 0 "$unknown" '' "$call" "$status" < <(printf '%b' "$other")
 done
+Expect 0 "($unknown"$'[\n]*){5}' '' "$call" --lines "$status" < <(printf '%s\n' uptim uptimes UPTIME ../proc/uptime self/mem)
 Expect 0 "$unknown" '' "$call" "$status" < <(printf uptime && head -c 1M /dev/zero)
 Expect 0 "$uptime [0-9./ ]+" '' "$call" "$status" < <(printf loadavg)
 for word in meminfo cpuinfo; do # what stays the same between two looks: the beginning, and the number of lines
@@ -23,7 +25,7 @@ Expect 0 "$uptime" '' "$call" --interrupt "ipc://$work/interrupts" "$status" < <
 ms='[0-9]+\.[0-9]{3} ms'
 times=("median +$ms" "99% +$ms" "worst +$ms")
 Expect 0 "$(Sum "50 $few" 50 "${times[@]}")" '' "$call" --repeat 50 "$status" < <(printf uptime)
-Expect 0 "$(Sum "500 $few" 500 "${times[@]}")" '' "$call" --repeat 500 --parallel 8 "$status" < <(printf uptime)
+Expect 0 "$(Sum "1000 $few" 1000 "${times[@]}")" '' "$call" --repeat 1000 --parallel 8 "$status" < <(printf uptime)
 Expect 0 "$(Sum "6 $few" 6 "${times[@]}")" '' "$call" --lines --repeat 2 "$status" < <(printf 'uptime\n\nuptime')
 Expect 0 "$(Sum "3 $few" 3 "${times[@]}")" '' "$call" --lines --parallel 5 "$status" < <(printf 'uptime\n\nuptime')
 Expect 0 "$(Sum "0 $few" 0)" '' "$call" --lines --parallel 5 "$status" </dev/null
@@ -50,5 +52,14 @@ Expect 141 '' '' ToNobody --lines "$status" < <(printf 'uptime\nuptime\n')
 Expect 141 '' '' ToNobody --repeat 10 --parallel 2 "$status" < <(printf uptime)
 exec 9>&-
 
+# The registration service serves although nobody reads the lines of its trace, tells how many it has left out, and ends.
+head -c 50000 <&"$output" >"$work/trace" # of the 64 KiB that a pipe holds
+[[ $(<"$work/trace") == *' <- '*' -> '* ]] || Fail "no trace"
+kill -USR1 "$quillmere_id"
+for pattern in 'lines could not be written' '^([0-9]+) +\1 +0 +0 +0 .* device-status '; do Await "$output" "$pattern"; done
+Expect 0 "$(Sum "1000 $few" 1000 "${times[@]}")" '' "$call" --repeat 1000 --parallel 8 "$status" < <(printf uptime)
+kill -HUP "$quillmere_id"
+Expect 0 '' '' wait "$quillmere_id"
+[[ -z $(find "$work" -type s) ]] || Fail "it leaves sockets behind"
 kill -INT "$service_id"
 Expect 0 '' '' wait "$service_id"

@@ -9,10 +9,8 @@
 
 #include <deque>
 #include <fstream>
-#include <grp.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/un.h>
 
 namespace
@@ -75,14 +73,6 @@ protected:
         return connect(made, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 ? 0 : errno;
     }
 
-    nlohmann::json ReadTimeline() const
-    {
-        std::ifstream file(timeline);
-        const std::string text(std::istreambuf_iterator<char>(file), {});
-        EXPECT_EQ(text.rfind(",\n") + 2, text.size()) << "the last line is not a whole one";
-        return nlohmann::json::parse(text.substr(0, text.rfind(',')) + ']');
-    }
-
     /// As a server would; the connection once lost stays lost.
     void ConnectBare(const std::string& identity)
     {
@@ -112,9 +102,10 @@ protected:
     std::deque<zeb::tolvo::desk::Descriptor> connections;
 };
 
-TEST_F(Quillmere, BothPrioritiesAnswerBodiesOfEverySize)
+TEST_F(Quillmere, BothPrioritiesAnswerBodiesOfEverySizeBesideHundredsOfConnections)
 {
     Serve("a\0b"s, "K\xc3\xb6ln 2", ipc::ServerType::TwoPriorities);
+    while (connections.size() < 300) ASSERT_EQ(ConnectPlainly("K\xc3\xb6ln 2"), 0); // its soft limit is 200
     for (const std::string address : {"K\xc3\xb6ln 2", "RTK\xc3\xb6ln 2"})
         for (const std::string& body : {""s, "\0\xff"s, std::string(8 << 20, '\x80')}) ExpectEcho(address, body);
 }
@@ -130,28 +121,6 @@ TEST_F(Quillmere, ServiceReplacesItsLingeringConnectionAndComesBackAfterAKill)
     ExpectEcho("status", "back");
     EXPECT_EQ(process->End(SIGTERM), 0);
     EXPECT_TRUE(std::filesystem::is_empty(addresses));
-}
-
-TEST_F(Quillmere, PausedReaderOfItsOutputStopsNobody)
-{
-    constexpr int kMoreThanAPipeHolds = 1000;
-    Serve("service", "status");
-    ExpectEcho("status", "x", kMoreThanAPipeHolds);
-    for (const char* line : {" <- ", " -> "}) output.Await(line);
-    kill(process->id, SIGUSR1);
-    for (const char* line : {"lines could not be written", "  1000     1000       0       0 "}) output.Await(line);
-    ExpectEcho("status", "x", kMoreThanAPipeHolds);
-    EXPECT_EQ(process->End(SIGHUP), 0);
-    EXPECT_TRUE(std::filesystem::is_empty(addresses));
-}
-
-TEST_F(Quillmere, HundredsOfConnectionsWithinTheHardLimit)
-{
-    constexpr std::size_t kMoreThanTheSoftLimit = 300;
-    Serve("service", "status");
-    while (connections.size() < kMoreThanTheSoftLimit) ASSERT_EQ(ConnectPlainly("status"), 0);
-    ExpectEcho("status", "going on");
-    EXPECT_EQ(process->End(SIGTERM), 0);
 }
 
 TEST_F(Quillmere, TellsWhatThereIsWhileAServiceFloods)
@@ -179,22 +148,6 @@ TEST_F(Quillmere, TellsWhatThereIsWhileAServiceFloods)
     isOver = true;
 }
 
-TEST_F(Quillmere, OnlyTheGroupConnects)
-{
-    const gid_t group = geteuid() == 0 ? 1 : getegid(); // only root may give files to other groups
-    process->End(SIGTERM);
-    Start("--mode 0660 --group " + std::string(getgrgid(group)->gr_name));
-    ConnectBare("service");
-    RegisterBare("status");
-    for (const std::string name : {"servers", ".registry", "status"})
-    {
-        struct stat file = {};
-        ASSERT_EQ(lstat(folder.Path(name).c_str(), &file), 0) << name;
-        EXPECT_EQ(file.st_mode & 0777U, 0660U) << name;
-        EXPECT_EQ(file.st_gid, group) << name;
-    }
-}
-
 TEST_F(Quillmere, TimelineHasEachRequestOnceAlsoAfterAKillAndOnAFullDisk)
 {
     constexpr std::size_t kClients = 8;
@@ -211,7 +164,6 @@ TEST_F(Quillmere, TimelineHasEachRequestOnceAlsoAfterAKillAndOnAFullDisk)
     bareClient.send(zmq::str_buffer("two"), zmq::send_flags::sndmore);
     bareClient.send(zmq::str_buffer("frames"));
     output.Await("it has 2 frames");
-    EXPECT_FALSE(ReadTimeline().empty()); // while it runs
     const rlimit full{static_cast<rlim_t>(std::filesystem::file_size(timeline)) + 1, RLIM_INFINITY};
     EXPECT_EQ(prlimit(process->id, RLIMIT_FSIZE, &full, nullptr), 0);
     ExpectEcho("status", "not noted");
@@ -225,7 +177,10 @@ TEST_F(Quillmere, TimelineHasEachRequestOnceAlsoAfterAKillAndOnAFullDisk)
     for (std::size_t size = 0; size < kClients; ++size) expected["X request " + std::to_string(size)] = kEach;
     std::map<int, double> laneEnds;
     nlohmann::json underWay;
-    for (const auto& event : ReadTimeline())
+    std::ifstream file(timeline);
+    const std::string text(std::istreambuf_iterator<char>(file), {});
+    EXPECT_EQ(text.rfind(",\n") + 2, text.size()) << "the last line is not a whole one";
+    for (const auto& event : nlohmann::json::parse(text.substr(0, text.rfind(',')) + ']'))
     {
         std::string kind = event["ph"].get<std::string>() + ' ' + event["name"].get<std::string>();
         if (event["ph"] == "X")
@@ -271,8 +226,6 @@ TEST_F(Quillmere, ServerStopsInTimeWhileFourClientsFloodIt)
 {
     using Clock = std::chrono::steady_clock;
     constexpr std::chrono::milliseconds kLongestStop(1500); // half a second of it is the stop's own
-    constexpr int kStops = 20;
-    constexpr int kLongStops = 2;
     const CapturedLog log(2);
     process->End(SIGTERM);
     Start("--quiet=0");
@@ -290,13 +243,13 @@ TEST_F(Quillmere, ServerStopsInTimeWhileFourClientsFloodIt)
             for (ByteVector reply; !isOver;) client->SendRequest({number}, reply, 0);
         }));
     }
-    for (int stop = 1; stop <= kStops; ++stop)
+    for (int stop = 0; stop < 20; ++stop)
     {
         for (auto& count : handled) count = 0;
         EXPECT_EQ(server->StartListening(), StatusCode::Success); // the first time it listens already
         const auto isServed = [](int count) { return count > 20; };
         EXPECT_TRUE(Await([&] { return std::all_of(handled.begin(), handled.end(), isServed); }));
-        faults::areSleepsShort = stop > kLongStops;
+        faults::areSleepsShort = stop >= 2;
         const auto start = Clock::now();
         EXPECT_EQ(server->StopListening(), StatusCode::Success);
         EXPECT_LT(Clock::now() - start, kLongestStop);

@@ -1,6 +1,7 @@
 #include "quillmere/SocketFile.h"
 #include "support/Basics.h"
 
+#include <array>
 #include <dlfcn.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -51,31 +52,30 @@ TEST(SocketFile, IsNeverMoreOpenThanToldAndGoesWithItsOwner)
     umask(before);
 }
 
+TEST(Descriptor, ThatIsNoneIsNotClosed)
+{
+    errno = 0;
+    zeb::tolvo::desk::Descriptor(-1);
+    EXPECT_EQ(errno, 0);
+}
+
 TEST(SocketFile, OneOfManyReplacesWhatWasLeftBehind)
 {
     const TempFolder folder;
-    const std::string path = folder.Path("socket");
-    const auto make = [&]() -> std::unique_ptr<SocketFile> {
-        try
-        {
-            return std::make_unique<SocketFile>(path, std::nullopt);
-        }
-        catch (const std::exception&)
-        {
-            return nullptr;
-        }
-    };
+    const std::string path = folder.Path("socket"), kept = folder.Path("kept");
     for (int round = 0; round < 100; ++round)
     {
-        auto earlier = make();
-        std::filesystem::create_hard_link(path, folder.Path("kept"));
+        std::optional<SocketFile> earlier(std::in_place, path, std::nullopt);
+        std::filesystem::create_hard_link(path, kept);
         earlier.reset();
-        std::filesystem::rename(folder.Path("kept"), path); // nobody listens there any more
-        std::vector<std::future<std::unique_ptr<SocketFile>>> tries;
-        while (tries.size() < 4) tries.push_back(std::async(std::launch::async, make));
-        for (const auto& attempt : tries) attempt.wait();
-        const auto isMade = [](auto& attempt) { return attempt.get() != nullptr; };
-        ASSERT_EQ(std::count_if(tries.begin(), tries.end(), isMade), 1) << "round " << round;
+        std::filesystem::rename(kept, path); // where nobody listens any more
+        std::array<std::optional<SocketFile>, 4> files;
+        std::vector<std::future<void>> tries;
+        for (auto& file : files)
+            tries.push_back(std::async(std::launch::async, [&] { file.emplace(path, std::nullopt); }));
+        tries.clear(); // awaits them, whatever they throw
+        const auto isMade = [](const auto& file) { return file.has_value(); };
+        ASSERT_EQ(std::count_if(files.begin(), files.end(), isMade), 1) << "round " << round;
     }
 }
 

@@ -25,8 +25,7 @@ struct CallerWithoutReply : desk::Caller
 
 void RunShortOfThreads()
 {
-    constexpr unsigned int kPatience = 30; // seconds
-    alarm(kPatience);
+    alarm(30); // seconds
     desk::Options options;
     options.parallel = 2;
     bool isFirst = true;

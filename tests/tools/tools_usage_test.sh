@@ -29,8 +29,16 @@ mkdir "$work/others"
 Expect 0 '' '' bash -c "set -o pipefail; '$quillmere' --servers 'ipc://$work/other' --clients '$work/others' | true"
 [[ ! -e $work/other ]] || Fail "a closed output leaves a socket behind"
 
-# A registration service that can't serve ends at once, and takes nothing from one that does.
+# Only the group may connect. A user without privileges has no other than his own to give files to.
+group=$(id -gn)
+((EUID != 0)) || group=daemon # on each Debian
+options=(--mode 0660 --group "$group")
 StartDesk
+for name in servers .registry device-status; do
+    [[ $(stat -c '%a %G' "$work/$name") == "660 $group" ]] || Fail "$(stat "$work/$name")"
+done
+
+# A registration service that can't serve ends at once, and takes nothing from one that does.
 plainly=()
 ((EUID != 0)) || plainly=(setpriv --bounding-set=-dac_override)
 mkdir -m 500 "$work/locked"
