@@ -21,10 +21,6 @@ using namespace std::string_literals;
 /// With a space at the end, so that the sizes of a request and of its reply differ.
 void AddSpace(const ByteVector& request, ByteVector& response) { response = Bytes(Text(request) + ' '); }
 
-using Handler = std::function<void(const ByteVector& request, ByteVector& response)>;
-
-constexpr auto kOne = ipc::ServerType::OnePriority;
-
 /// The registration service as a process, opposite the library's clients and its server, which echoes.
 class Quillmere : public testing::Test
 {
@@ -42,8 +38,9 @@ protected:
         EXPECT_EQ(fcntl(output.ends[1], F_GETFL) & O_NONBLOCK, 0) << "others who write there are not disturbed";
     }
 
-    void Serve(const std::string& identity, const std::string& address, ipc::ServerType type = kOne,
-               const Handler& handler = AddSpace)
+    void Serve(const std::string& identity, const std::string& address,
+               const std::function<void(const ByteVector&, ByteVector&)>& handler = AddSpace,
+               ipc::ServerType type = ipc::ServerType::OnePriority)
     {
         server.reset(factory.CreateZmqServerConnector(servers, identity, type));
         server->RegisterCallback(handler);
@@ -104,7 +101,7 @@ protected:
 
 TEST_F(Quillmere, BothPrioritiesAnswerBodiesOfEverySizeBesideHundredsOfConnections)
 {
-    Serve("a\0b"s, "K\xc3\xb6ln 2", ipc::ServerType::TwoPriorities);
+    Serve("a\0b"s, "K\xc3\xb6ln 2", AddSpace, ipc::ServerType::TwoPriorities);
     while (connections.size() < 300) ASSERT_EQ(ConnectPlainly("K\xc3\xb6ln 2"), 0); // its soft limit is 200
     for (const std::string address : {"K\xc3\xb6ln 2", "RTK\xc3\xb6ln 2"})
         for (const std::string& body : {""s, "\0\xff"s, std::string(8 << 20, '\x80')}) ExpectEcho(address, body);
@@ -233,7 +230,7 @@ TEST_F(Quillmere, ServerStopsInTimeWhileFourClientsFloodIt)
     // A reply that is not taken before the registration service ends would keep the end of this process waiting.
     const DescriptorsComeBack guard;
     std::array<std::atomic<int>, 4> handled{};
-    Serve("service", "flooded", kOne, [&](const ByteVector& request, ByteVector&) { ++handled[request.at(0)]; });
+    Serve("service", "flooded", [&](const ByteVector& request, ByteVector&) { ++handled[request.at(0)]; });
     std::atomic<bool> isOver{false};
     std::vector<std::future<void>> flood;
     for (unsigned char number = 0; number < handled.size(); ++number)
