@@ -8,7 +8,8 @@ Expect 0 "$uptime" '' "$call" "$status" < <(printf uptime)
 for other in '' 'uptime\n' 'uptime\0' '\0uptime'; do
     Expect 0 "$unknown" '' "$call" "$status" < <(printf '%b' "$other")
 done
-Expect 0 "($unknown"$'[\n]*){5}' '' "$call" --lines "$status" < <(printf '%s\n' uptim uptimes UPTIME ../proc/uptime self/mem)
+Expect 0 "($unknown"$'[\n]*){5}' '' "$call" --lines "$status" \
+    < <(printf '%s\n' uptim uptimes UPTIME ../proc/uptime self/mem)
 Expect 0 "$unknown" '' "$call" "$status" < <(printf uptime && head -c 1M /dev/zero)
 Expect 0 "$uptime [0-9./ ]+" '' "$call" "$status" < <(printf loadavg)
 for word in meminfo cpuinfo; do # what stays the same between two looks: the beginning, and the number of lines
@@ -52,11 +53,12 @@ Expect 141 '' '' ToNobody --lines "$status" < <(printf 'uptime\nuptime\n')
 Expect 141 '' '' ToNobody --repeat 10 --parallel 2 "$status" < <(printf uptime)
 exec 9>&-
 
-# The registration service serves although nobody reads the lines of its trace, tells how many it has left out, and ends.
+# The registration service serves although nobody reads its trace, tells how many lines it has left out, and ends.
 head -c 50000 <&"$output" >"$work/trace" # of the 64 KiB that a pipe holds
 [[ $(<"$work/trace") == *' <- '*' -> '* ]] || Fail "no trace"
 kill -USR1 "$quillmere_id"
-for pattern in 'lines could not be written' '^([0-9]+) +\1 +0 +0 +0 .* device-status '; do Await "$output" "$pattern"; done
+Await "$output" 'lines could not be written'
+Await "$output" '^([0-9]+) +\1 +0 +0 +0 .* device-status '
 Expect 0 "$(Sum "1000 $few" 1000 "${times[@]}")" '' "$call" --repeat 1000 --parallel 8 "$status" < <(printf uptime)
 kill -HUP "$quillmere_id"
 Expect 0 '' '' wait "$quillmere_id"
