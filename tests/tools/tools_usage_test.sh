@@ -33,9 +33,14 @@ Expect 0 '' '' bash -c "set -o pipefail; '$quillmere' --servers 'ipc://$work/oth
 group=$(id -gn)
 ((EUID != 0)) || group=daemon # on each Debian
 options=(--mode 0660 --group "$group")
+chmod 755 "$work"
 StartDesk
 for name in servers .registry device-status; do
     [[ $(stat -c '%a %G' "$work/$name") == "660 $group" ]] || Fail "$(stat "$work/$name")"
+    ((EUID == 0)) || continue
+    ConnectAs() { setpriv --reuid "$1" --regid "$2" --clear-groups socat -u OPEN:/dev/null "UNIX-CONNECT:$work/$name"; }
+    for member in 60001 60002; do Expect 0 '' '' ConnectAs "$member" daemon; done
+    Expect 1 '' '.*Permission denied' ConnectAs 60003 nogroup
 done
 
 # A registration service that can't serve ends at once, and takes nothing from one that does.
