@@ -210,7 +210,8 @@ void ZmqServerConnector::ReleasePendingSubscriber(void* control)
 }
 
 /// A closed front-end still delivers what was queued, and connects again for it. ZeroMQ would tell of that connection
-/// and, where nobody receives such events any more, wait for ever, on the thread that moves all messages of the context.
+/// and, where nobody receives such events any more, wait for ever, on the thread that moves all messages of the
+/// context.
 void ZmqServerConnector::SwitchOffMonitor(void* frontEnd)
 {
     if (frontEnd != nullptr) zmq_socket_monitor(frontEnd, nullptr, 0);
