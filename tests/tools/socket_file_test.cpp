@@ -42,6 +42,7 @@ TEST(SocketFile, IsNeverMoreOpenThanToldAndGoesWithItsOwner)
     const TempFolder folder;
     const mode_t before = umask(0);
     watched = folder.Path("socket");
+    seen = 0;
     {
         const SocketFile file(watched, Access{0660, getegid()});
         EXPECT_EQ(seen, mode_t{0}) << "before it is open";
