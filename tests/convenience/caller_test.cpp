@@ -186,14 +186,3 @@ TEST(Timeout, IsTheNextWholeMillisecondThatAnIntHolds)
     ExpectMilliseconds(3000, {3s, Minutes(0.05)});
     ExpectMilliseconds(kMost, {milliseconds(kMost), milliseconds(1LL + kMost), hours::max(), Minutes::max()});
 }
-
-TEST(Describe, SaysEachStatusInWords)
-{
-    Lines words;
-    for (const StatusCode status :
-         {StatusCode::Success, StatusCode::Failure, StatusCode::Interrupted, StatusCode::BlockingForbidden,
-          StatusCode::TimedOut, StatusCode{1000 + EINVAL}, StatusCode{1000 + ETERM}, StatusCode{99}})
-        words.push_back(Describe(status));
-    EXPECT_EQ(words, (Lines{"success", "failed", "interrupted by a message", "waiting is forbidden", "timed out",
-                            "Invalid argument", "the ZeroMQ context has ended", "status 99"}));
-}

@@ -1,5 +1,4 @@
 #include "common/Descriptor.h"
-#include "quillmere/RequestOrder.h"
 #include "support/Process.h"
 #include "support/ServerThread.h"
 
@@ -288,42 +287,6 @@ TEST_F(Quillmere, RefusedAndEchoedRegistrationsCostOnlyTheWaitingRequests)
         for (const char* expected : {"dropped: 1", line}) output.Await(expected);
     }
     ExpectEcho("status", "going on");
-}
-
-/// What the order of replies rests on.
-TEST_F(ServerThread, AnswersWhatItHoldsBeforeItRegistersAnew)
-{
-    constexpr int kHeld = 2 * zeb::tolvo::desk::RequestOrder::kMostUnderWay;
-    TwoPriorities both(endpoint, context.handle(), "id");
-    for (ipc::ZmqServerConnector* holder : std::initializer_list<ipc::ZmqServerConnector*>{&server, &both})
-    {
-        std::promise<void> released;
-        holder->RegisterCallback([wait = released.get_future().share()](const ByteVector& request, ByteVector& reply) {
-            wait.wait();
-            reply = request;
-        });
-        const auto expectNext = [&](const std::string& frames) {
-            std::string received = service.Receive();
-            while (received.find("RT|") != std::string::npos) received = service.Receive(); // the other priority's
-            EXPECT_EQ(received, frames);
-        };
-        holder->SetStartupMessage("svc");
-        ASSERT_EQ(holder->StartListening(), StatusCode::Success);
-        expectNext(Registration("id", "svc"));
-        for (int request = 0; request < kHeld; ++request) service.Send({"id", std::to_string(request)});
-        service.set(zmq::sockopt::linger, kPatience);
-        Peer next(outside, zmq::socket_type::router, endpoint);
-        zmq::monitor_t events;
-        events.init(next, "inproc://events", ZMQ_EVENT_ACCEPTED);
-        service = std::move(next);
-        EXPECT_TRUE(events.check_event(kPatience)); // it has connected anew while it holds them all
-        released.set_value();
-        for (int request = 0; request < kHeld; ++request) expectNext("id|" + std::to_string(request));
-        expectNext(Registration("id", "svc"));
-        service.Send({"id", "new"});
-        expectNext("id|new");
-        ASSERT_EQ(holder->StopListening(), StatusCode::Success);
-    }
 }
 
 } // namespace
