@@ -55,6 +55,7 @@ done
 for port in 65536 0 5x; do Refuses 2 'no port from 1 to 65535' "tcp://127.0.0.1:$port"; done
 Expect 2 '' '.*not expected: --tarce'$'\n''.*' "$quillmere" --clients "$work" --servers "ipc://$work/other" --tarce
 Expect 2 '' '.*not expected: --server'$'\n''.*' "$quillmere" --clients "$work" --server "ipc://$work/other"
+Expect 2 '' '.*--group requires --mode.*' "$quillmere" --clients "$work" --servers "ipc://$work/other" --group daemon
 Refuses 1 'Permission denied' "ipc://$work/other" "$work/locked"
 [[ ! -e $work/other ]] || Fail "a refused start leaves a socket behind"
 Expect 0 "$uptime" '' "$call" "$status" < <(printf uptime)

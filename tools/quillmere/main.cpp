@@ -128,7 +128,10 @@ int main(int argc, char** argv)
                "of each socket file, such as 0660; by default\nthe umask decides")
             ->type_name("MODE");
     app.add_option_function<std::string>(
-           "--group", [&](const std::string& name) { options.access.value().group = ReadGroup(name); },
+           "--group",
+           [&](const std::string& name) { // called before the missing --mode is noticed
+               if (options.access) options.access->group = ReadGroup(name);
+           },
            "of each socket file")
         ->needs(mode)
         ->type_name("GROUP");
