@@ -24,6 +24,7 @@ Expect 1 '' "$failed$late: not allowed to write to $work/device-status" \
 kill -KILL "$quillmere_id"
 wait "$quillmere_id" 2>/dev/null || true
 Expect 1 '' "$failed$late: nobody listens at $work/device-status" "$call" --timeout 50 "$status" </dev/null
+Expect 1 '' "$failed$late: $work is no socket" "$call" --timeout 50 "ipc://$work" </dev/null
 Expect 1 '' "$failed$late: nobody listens at 127.0.0.1:1" "$call" --timeout 50 tcp://127.0.0.1:1 </dev/null
 Expect 1 '' "$failed$late: $missing"$'\n'"$failed$late" "$call" --lines --timeout 50 "$nobody" < <(printf 'a\nb\n')
 

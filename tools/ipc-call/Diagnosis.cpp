@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstring>
+#include <filesystem>
 #include <future>
 #include <memory>
 #include <netdb.h>
@@ -65,6 +66,9 @@ std::string LookAtPath(const std::string& path)
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
     if (path.size() >= sizeof(address.sun_path)) return Finding(ENAMETOOLONG, path);
+    std::error_code ignored;
+    const auto status = std::filesystem::status(path, ignored);
+    if (exists(status) && !is_socket(status)) return path + " is no socket";
     std::memcpy(address.sun_path, path.data(), path.size());
     if (path[0] == '@') address.sun_path[0] = '\0'; // ZeroMQ's mark of a name that is no file
     const std::size_t size = offsetof(sockaddr_un, sun_path) + path.size();
