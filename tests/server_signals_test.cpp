@@ -80,8 +80,14 @@ TEST_F(ServerThread, PollingGoesOnAfterASignalAndEndsWithAnError)
     EXPECT_EQ(server.mControlEndpoint, "inproc://server/control//" + std::to_string(thread));
     EXPECT_EQ(log.Take(), Lines{});
 
+    faults::Record();
     faults::Fail("zmq_poll", ENOMEM);
     service.Send({"id", "last"});
     log.Await("[ipc::ZmqServerSequentialOnePriority] zmq_poll exited with error 12");
+    // ZeroMQ's reaper must not be about to meet the subscriber while the stop binds its name.
+    EXPECT_TRUE(Await([] { return !faults::Recorded("zmq_close SUB").empty(); }));
+    const int reaped = first.get(zmq::sockopt::fd);
+    first.close();
+    EXPECT_TRUE(Await([&] { return fcntl(reaped, F_GETFD) < 0; }));
     Stop();
 }
