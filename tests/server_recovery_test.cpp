@@ -71,7 +71,11 @@ TEST_F(ServerThread, StopsThatLeaveRepliesDoNotFreezeTheContext)
     {
         SCOPED_TRACE(id);
         std::promise<void> hasCome, hasGone;
-        OnePriority leaving(elsewhere, context.handle(), id);
+        OnePriority one(elsewhere, context.handle(), id);
+        TwoPriorities two(elsewhere, context.handle(), id);
+        const bool isUrgent = *id > 'e'; // then the reply is left at the urgent front-end
+        ipc::ZmqServerConnector& leaving = isUrgent ? static_cast<ipc::ZmqServerConnector&>(two) : one;
+        const std::string frontEnd = id + std::string(isUrgent ? "RT" : "");
         leaving.RegisterCallback([&](const ByteVector& request, ByteVector& response) {
             hasCome.set_value();
             hasGone.get_future().wait();
@@ -79,8 +83,9 @@ TEST_F(ServerThread, StopsThatLeaveRepliesDoNotFreezeTheContext)
         });
         leaving.SetStartupMessage("svc");
         ASSERT_EQ(leaving.StartListening(), StatusCode::Success);
-        while (registry->Receive() != Registration(id, "svc")) continue; // replies that were left may come before
-        registry->Send({id, "request"});
+        while (registry->Receive() != Registration(frontEnd, isUrgent ? "RTsvc" : "svc"))
+            continue; // replies that were left may come before
+        registry->Send({frontEnd, "request"});
         hasCome.get_future().wait();
         registry.reset();
         hasGone.set_value();
