@@ -89,7 +89,7 @@ int main(int argc, char** argv)
         else
             std::cout << "wrong " << Now() << ' ' << label << Outline(request) << " got " << Outline(reply.body)
                       << std::endl;
-        if (number % 64 == 0) malloc_trim(0); // resident memory is then what is held
+        if (number % 8 == 0) malloc_trim(0); // resident memory is then what is held
         std::this_thread::sleep_for(upTo(4000) * 1us);
     }
 }
