@@ -8,7 +8,7 @@
 namespace zeb::tolvo::ipc
 {
 
-/// Client that keeps one `ZMQ_DEALER` socket for its life.
+/// The persistent client: it keeps one `ZMQ_DEALER` socket for its life.
 ///
 /// Replies carry no number: the first frame that arrives is taken as the reply. A reply that comes after its request
 /// timed out stays queued and is returned to the next request. After any other status than `Success` from a request

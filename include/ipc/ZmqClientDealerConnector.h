@@ -10,7 +10,7 @@
 namespace zeb::tolvo::ipc
 {
 
-/// Client that makes fresh sockets for every request and whose wait can be ended from outside.
+/// The dealer client: it makes fresh sockets for every request, and its wait can be ended from outside.
 ///
 /// Any message published on the interrupt endpoint while a request waits ends that wait; the message is never read.
 /// A message published before the request's subscriber has connected is lost, so publish until the call has returned.

@@ -82,9 +82,9 @@ std::optional<int> ReadOptions(int argc, const char* const* argv, Options& optio
                                ->type_name("N");
     hex->excludes(repeat)->excludes(parallel);
     app.add_option("--interrupt", options.interruptEndpoint,
-                   "use a client whose wait ends when a message is\n"
-                   "published at ENDPOINT; it makes fresh sockets for\n"
-                   "each request")
+                   "use a dealer client: its wait ends when a message\n"
+                   "is published at ENDPOINT; it makes fresh sockets\n"
+                   "for each request")
         ->check(EndpointFault)
         ->type_name("ENDPOINT");
     app.add_option("--log", LevelReader(options.logLevel),
