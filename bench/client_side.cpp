@@ -9,7 +9,7 @@ namespace zeb::tolvo::bench
 namespace
 {
 
-/// A client that makes fresh sockets for every request.
+/// Fresh sockets for every request.
 template <typename Way>
 struct DealerClient
 {

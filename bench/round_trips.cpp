@@ -3,8 +3,11 @@
 
 #include "quillmere/RegistrationService.h"
 
+#include <ipc/convenience/AsyncCaller.h>
+
 #include <fcntl.h>
 #include <optional>
+#include <poll.h>
 #include <unistd.h>
 
 namespace zeb::tolvo::bench
@@ -50,6 +53,61 @@ struct ClientRoundTrip
     EchoPeer peer{wiring.GetPeerContext(), wiring.Endpoint("clients")};
     typename Way::Client client{wiring.GetConnectorContext(), wiring.Endpoint("clients")};
 };
+
+/// The convenience layer's clients, as the connector below them is used.
+class CallerClient
+{
+public:
+    CallerClient(void* /*context*/, const std::string& endpoint) : mCaller(endpoint) {}
+
+    StatusCode SendRequest(const ByteVector& request, ByteVector& response, int timeout)
+    {
+        ipc::convenience::Reply reply = mCaller.Call(request, std::chrono::milliseconds(timeout));
+        response = std::move(reply.body);
+        return reply.status;
+    }
+
+private:
+    ipc::convenience::Caller mCaller;
+};
+
+class AsyncCallerClient
+{
+public:
+    AsyncCallerClient(void* /*context*/, const std::string& endpoint) : mCaller(endpoint) {}
+
+    StatusCode SendRequest(const ByteVector& request, ByteVector& response, int timeout)
+    {
+        ipc::convenience::Reply reply;
+        const auto done = [&](ipc::convenience::Reply ended) { reply = std::move(ended); };
+        Require(mCaller.Call(request, std::chrono::milliseconds(timeout), done), "AsyncCaller::Call");
+        pollfd readable{mCaller.GetFd(), POLLIN, 0};
+        poll(&readable, 1, -1);
+        mCaller.Dispatch();
+        response = std::move(reply.body);
+        return reply.status;
+    }
+
+private:
+    ipc::convenience::AsyncCaller mCaller;
+};
+
+template <typename LayerClient>
+struct Layer
+{
+    using Client = LayerClient;
+};
+
+/// In the place of plain ZeroMQ stands the library's own connector, below the layer.
+template <typename LayerClient>
+void CompareWithConnector(const Choice& choice, const Group& group, const std::vector<Parameters>& cases)
+{
+    const std::string transport = "ipc";
+    RunGroup(choice, group, cases,
+             {MakeSide<ClientRoundTrip<Library>>("plain", transport),
+              MakeSide<ClientRoundTrip<Layer<LayerClient>>>("library", transport),
+              MakeSide<ClientRoundTrip<Library>>("plain-again", transport)});
+}
 
 /// The desk registration service on a thread of its own.
 class DeskService
@@ -110,6 +168,11 @@ void CompareRoundTrips(const Choice& choice)
                                  transport);
     }
     Compare<ServiceRoundTrip>(choice, {"service/ipc", kSittings, kRounds, Clock::Processor}, sizes);
+
+    const Parameters small = sizes[1], large = sizes[4];
+    CompareWithConnector<CallerClient>(choice, {"layer/Caller", kSittings, kRounds, Clock::Processor}, {small, large});
+    CompareWithConnector<AsyncCallerClient>(choice, {"layer/AsyncCaller", kSittings, kRounds, Clock::Processor},
+                                            {small});
 }
 
 } // namespace zeb::tolvo::bench

@@ -10,9 +10,9 @@ import statistics
 import sys
 
 FIRST = ("service/ipc/16", "service/ipc/4096", "service/ipc/1048576", "server/ipc/16", "client/ipc/16",
-         "dealer-client/ipc/16", "throughput/ipc/16x16", "throughput/ipc/500x16",
-         "urgent/two-priorities/ipc/16-clients", "urgent/one-priority/ipc/16-clients", "start/ipc", "stop/ipc",
-         "memory/server/10", "memory/client/10", "connectors/ipc/100")
+         "layer/Caller/16", "layer/AsyncCaller/16", "dealer-client/ipc/16", "throughput/ipc/16x16",
+         "throughput/ipc/500x16", "urgent/two-priorities/ipc/16-clients", "urgent/one-priority/ipc/16-clients",
+         "start/ipc", "stop/ipc", "memory/server/10", "memory/client/10", "connectors/ipc/100")
 
 
 class Case:
@@ -35,9 +35,8 @@ class Case:
     def ratio(self):
         return statistics.median(self.ratios("library"))
 
-    def lost(self, *sides):
-        lost = self.counters.get("lost_so_far", {})
-        return max((int(count) for side in sides for count in lost.get(side, [])), default=0)
+    def lost(self, side):
+        return int(max(self.counters.get("lost_so_far", {}).get(side, [0])))
 
     def noise(self):
         """How far from 1 plain ZeroMQ's ratio to itself may lie: the 95 % interval of its median."""
@@ -92,9 +91,9 @@ def print_table(cases):
 
 def print_notes(cases):
     for name, case in cases.items():
-        plain, library = case.lost("plain", "plain-again"), case.lost("library")
-        if plain or library:
-            print(f"{name}: replies lost by plain ZeroMQ {plain} in two thirds of the runs, by the library {library}")
+        plain, library, again = map(case.lost, case.values)
+        if plain or library or again:
+            print(f"{name}: replies lost: plain ZeroMQ {plain}, library {library}, plain ZeroMQ once more {again}")
         if "ordinary_before" in case.counters:
             before = {side: statistics.median(values) for side, values in case.counters["ordinary_before"].items()}
             print(f"{name}: ordinary requests answered before an urgent one: plain ZeroMQ {before['plain']:.1f}, "
