@@ -107,8 +107,8 @@ cd "$work"
 mkdir clients
 declare -A services=()
 StartService registration "$quillmere" --servers ipc://servers --clients clients
-StartService device-status "$examples/device_status_service" --servers ipc://servers
-StartService spare "$examples/device_status_service" --servers ipc://servers --address spare
+StartService device-status "$examples/device_status_service" ipc://servers
+StartService spare "$examples/device_status_service" ipc://servers spare
 
 Title "Requests and their answers"
 Ask uptime

@@ -7,8 +7,6 @@
 
 #include <ipc/ZmqConnectorFactory.h>
 
-#include <CLI/CLI.hpp>
-
 #include <csignal>
 #include <exception>
 #include <iostream>
@@ -56,7 +54,7 @@ bool Stop(std::unique_ptr<ipc::ZmqServerConnector> server)
     return false;
 }
 
-bool Serve(const std::string& servers, const std::string& address, const std::string& identity)
+bool Serve(const std::string& servers, const std::string& address)
 {
     // Blocked before there are other threads, which inherit it: the signals then wait for sigwait below.
     sigset_t stopSignals;
@@ -66,6 +64,7 @@ bool Serve(const std::string& servers, const std::string& address, const std::st
     pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
 
     auto& factory = ipc::ZmqConnectorFactory::GetInstance();
+    const std::string& identity = address; // any that no other server has
     std::unique_ptr<ipc::ZmqServerConnector> server(
         factory.CreateZmqServerConnector(servers, identity, ipc::ServerType::OnePriority));
     server->RegisterCallback(HandleRequest);
@@ -82,21 +81,10 @@ bool Serve(const std::string& servers, const std::string& address, const std::st
 
 int main(int argc, char** argv)
 {
-    std::string servers;
-    std::string address = "device-status";
-    std::string identity;
-
-    CLI::App app("Answers uptime, loadavg, meminfo and cpuinfo with the state of this machine.");
-    app.add_option("--servers", servers, "Endpoint of the registration service")->required();
-    app.add_option("--address", address, "Address where clients find the service")->capture_default_str();
-    app.add_option("--identity", identity, "Routing identity, unique at the endpoint; the address unless told");
-    try
+    if (argc < 2 || argc > 3)
     {
-        app.parse(argc, argv);
-        return Serve(servers, address, identity.empty() ? address : identity) ? 0 : 1;
+        std::cerr << "usage: device_status_service ENDPOINT [ADDRESS]: of the registration service, of this one\n";
+        return 2;
     }
-    catch (const CLI::ParseError& error)
-    {
-        return app.exit(error) == 0 ? 0 : 2;
-    }
+    return Serve(argv[1], argc == 3 ? argv[2] : "device-status") ? 0 : 1;
 }

@@ -17,7 +17,7 @@ StartDesk()
 {
     Launch serving "$quillmere" --servers "$servers" --clients "$work" "${options[@]}"
     quillmere_id=$!
-    "$service" --servers "$servers" >"$work/service.log" 2>&1 &
+    "$service" "$servers" >"$work/service.log" 2>&1 &
     service_id=$!
     Await "$output" 'registered as "device-status"'
 }

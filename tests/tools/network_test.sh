@@ -28,7 +28,7 @@ ip -n device link set wire up
 
 Launch serving "$quillmere" --servers "tcp://$host:$port" --clients "$work"
 log=$output
-ip netns exec device "$service" --servers "tcp://$host:$port" >"$work/service.log" 2>&1 &
+ip netns exec device "$service" "tcp://$host:$port" >"$work/service.log" 2>&1 &
 service_id=$!
 Await "$log" 'registered as "device-status"'
 Expect 0 "$uptime" '' "$call" "$status" < <(printf uptime)
