@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <iostream>
 #include <string>
 #include <system_error>
@@ -11,6 +12,8 @@
 
 namespace zeb::tolvo::desk
 {
+
+constexpr int kBadUsage = 2;
 
 std::optional<int> ParseCommandLine(CLI::App& app, int argc, const char* const* argv)
 {
@@ -31,14 +34,14 @@ std::optional<int> ParseCommandLine(CLI::App& app, int argc, const char* const* 
         const auto isValue = [](const std::string& argument) { return argument.compare(0, 1, "-") != 0; };
         unknown.erase(std::remove_if(unknown.begin(), unknown.end(), isValue), unknown.end());
         app.exit(unknown.empty() ? CLI::ParseError(missing) : CLI::ExtrasError(unknown));
-        return kExitBadUsage;
+        return kBadUsage;
     }
     catch (const CLI::ParseError& end)
     {
-        if (app.exit(end) != 0) return kExitBadUsage;
+        if (app.exit(end) != 0) return kBadUsage;
         if (std::cout.flush()) return 0;
         std::cerr << app.get_name() + ": standard output: " + std::generic_category().message(errno) + '\n';
-        return kExitFailure;
+        return EXIT_FAILURE;
     }
     return std::nullopt;
 }

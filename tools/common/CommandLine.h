@@ -7,9 +7,6 @@
 namespace zeb::tolvo::desk
 {
 
-constexpr int kExitFailure = 1;
-constexpr int kExitBadUsage = 2;
-
 /// Reads the command line into the options of `app` and adds `--version` to them.
 /// @return the exit code when the program is to end at once: after `--help`, `--version` or bad usage.
 std::optional<int> ParseCommandLine(CLI::App& app, int argc, const char* const* argv);

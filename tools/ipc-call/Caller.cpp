@@ -14,10 +14,10 @@ namespace zeb::tolvo::desk
 namespace
 {
 
-class KeepingCaller : public Caller
+class PersistentCaller : public Caller
 {
 public:
-    KeepingCaller(const std::string& endpoint, int timeoutMs) : mEndpoint(endpoint), mTimeoutMs(timeoutMs) {}
+    PersistentCaller(const std::string& endpoint, int timeoutMs) : mEndpoint(endpoint), mTimeoutMs(timeoutMs) {}
 
     StatusCode Call(const ipc::ByteVector& request, ipc::ByteVector& reply) override
     {
@@ -35,11 +35,11 @@ private:
     std::unique_ptr<ipc::AbstractClientConnector> mConnector; // null until the first call and after a failed one
 };
 
-class InterruptibleCaller : public Caller
+class DealerCaller : public Caller
 {
 public:
-    InterruptibleCaller(std::shared_ptr<zmq::context_t> context, const std::string& endpoint,
-                        const std::string& interruptEndpoint, int timeoutMs)
+    DealerCaller(std::shared_ptr<zmq::context_t> context, const std::string& endpoint,
+                 const std::string& interruptEndpoint, int timeoutMs)
         : mContext(std::move(context)),
           mConnector(mContext->handle(), endpoint, interruptEndpoint),
           mTimeoutMs(timeoutMs)
@@ -62,11 +62,11 @@ private:
 CallerMaker MakeCallerMaker(const std::string& endpoint, int timeoutMs,
                             const std::optional<std::string>& interruptEndpoint)
 {
-    if (!interruptEndpoint) return [=] { return std::make_unique<KeepingCaller>(endpoint, timeoutMs); };
+    if (!interruptEndpoint) return [=] { return std::make_unique<PersistentCaller>(endpoint, timeoutMs); };
 
     const auto context = std::make_shared<zmq::context_t>();
     context->set(zmq::ctxopt::blocky, false); // its end waits for no request that nobody took
-    return [=] { return std::make_unique<InterruptibleCaller>(context, endpoint, *interruptEndpoint, timeoutMs); };
+    return [=] { return std::make_unique<DealerCaller>(context, endpoint, *interruptEndpoint, timeoutMs); };
 }
 
 } // namespace zeb::tolvo::desk

@@ -32,12 +32,6 @@ RepeatedCalls::~RepeatedCalls()
     for (std::thread& thread : mThreads) thread.join();
 }
 
-Counts RepeatedCalls::GetCounts() const
-{
-    const std::lock_guard lock(mMutex);
-    return mStatistics.GetCounts();
-}
-
 Statistics RepeatedCalls::GetStatistics() const
 {
     const std::lock_guard lock(mMutex);

@@ -42,8 +42,6 @@ public:
     /// @return whether every caller has ended.
     bool HaveEnded() const { return mRunning == 0; }
 
-    Counts GetCounts() const;
-
     Statistics GetStatistics() const;
 
     /// Throws what a caller has thrown, if one has. No request was begun since.

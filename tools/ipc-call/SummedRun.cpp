@@ -35,7 +35,8 @@ int Watch(const RepeatedCalls& calls, Clock::time_point start, Progress& progres
     {
         const int signal = sigtimedwait(&signals, nullptr, &kPeriod);
         if (signal > 0 && signal != RepeatedCalls::kEndSignal) return signal;
-        if (signal < 0) progress.Show(ProgressText(calls.GetCounts(), calls.Wanted(), Clock::now() - start));
+        if (signal < 0)
+            progress.Show(ProgressText(calls.GetStatistics().GetCounts(), calls.Wanted(), Clock::now() - start));
     }
     return 0;
 }

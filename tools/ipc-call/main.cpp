@@ -1,4 +1,3 @@
-#include "common/CommandLine.h"
 #include "common/StandardDescriptors.h"
 #include "ipc-call/Caller.h"
 #include "ipc-call/Diagnosis.h"
@@ -9,6 +8,7 @@
 
 #include <zebl/RootLogger.h>
 
+#include <cstdlib>
 #include <exception>
 #include <iostream>
 #include <string>
@@ -90,11 +90,11 @@ int main(int argc, char** argv)
     zebl::Log::RootLogger::GetInstance().SetLevel(options.logLevel);
     try
     {
-        return Run(options) ? 0 : kExitFailure;
+        return Run(options) ? 0 : EXIT_FAILURE;
     }
     catch (const std::exception& failure)
     {
         Complain(failure.what());
-        return kExitFailure;
+        return EXIT_FAILURE;
     }
 }

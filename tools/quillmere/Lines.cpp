@@ -30,13 +30,6 @@ Outlet& StandardError()
     return sOutlet;
 }
 
-/// At the logger's level, but not by its `Print`, which waits for a reader.
-void PrintError(TolvoLogLevel level, const std::string& line)
-{
-    if (static_cast<int>(level) > *zebl::Log::RootLogger::GetInstance().mLevel) return;
-    StandardError().Write("tolvo-quillmere: " + line + '\n');
-}
-
 } // namespace
 
 std::string Escape(std::string_view name)
@@ -57,11 +50,12 @@ std::string Escape(std::string_view name)
 
 std::string Quote(std::string_view name) { return '"' + Escape(name) + '"'; }
 
-void Note(const std::string& line) { PrintError(TolvoLogLevel::Notice, line); }
-
-void Warn(const std::string& line) { PrintError(TolvoLogLevel::Warning, line); }
-
-void Complain(const std::string& line) { PrintError(TolvoLogLevel::Error, line); }
+// At the logger's level, but not by its `Print`, which waits for a reader.
+void Note(const std::string& line)
+{
+    if (*zebl::Log::RootLogger::GetInstance().mLevel < static_cast<int>(TolvoLogLevel::Notice)) return;
+    StandardError().Write("tolvo-quillmere: " + line + '\n');
+}
 
 void StopWaitingForReaders()
 {

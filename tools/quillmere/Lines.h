@@ -17,10 +17,8 @@ std::string Quote(std::string_view name);
 /// can't be written is dropped and counted.
 void StopWaitingForReaders();
 
-/// Each writes one line to standard error.
+/// Writes one line to standard error.
 void Note(const std::string& line);
-void Warn(const std::string& line);
-void Complain(const std::string& line);
 
 /// Nobody reads standard output any more.
 struct OutputClosed

@@ -27,21 +27,6 @@ enum PollPosition : std::size_t
 
 bool IsReadable(const zmq::pollitem_t& item) { return (item.revents & ZMQ_POLLIN) != 0; }
 
-/// @return false when a signal has ended the wait.
-bool WaitForAny(std::vector<zmq::pollitem_t>& items, std::chrono::milliseconds timeout)
-{
-    try
-    {
-        zmq::poll(items, timeout);
-        return true;
-    }
-    catch (const zmq::error_t& error)
-    {
-        if (error.num() != EINTR) throw;
-        return false;
-    }
-}
-
 /// Takes a limited number of messages, so that no socket keeps the others waiting.
 template <typename Taker>
 void TakeBurst(Router& router, Taker take)
@@ -76,7 +61,12 @@ void RegistrationService::Run(int stop)
     for (;;)
     {
         std::vector<zmq::pollitem_t> items = MakePollItems(stop);
-        if (!WaitForAny(items, TimeUntilCatchUp())) continue;
+        const auto timeout = static_cast<long>(TimeUntilCatchUp().count());
+        if (zmq_poll(items.data(), static_cast<int>(items.size()), timeout) < 0)
+        {
+            if (zmq_errno() == EINTR) continue;
+            throw zmq::error_t();
+        }
         if (IsReadable(items[kStop])) return;
 
         const auto now = std::chrono::steady_clock::now();
@@ -135,7 +125,7 @@ void RegistrationService::RestoreOwn()
     }
     catch (const std::exception& failure)
     {
-        Warn(failure.what());
+        Note(failure.what());
     }
 }
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <exception>
+#include <iterator>
 #include <stdexcept>
 #include <utility>
 
@@ -21,7 +22,7 @@ void Switchboard::TakeFromServer(Message message, TimePoint now)
     const std::string_view identity = message.sender.to_string_view();
     if (!identity.empty() && identity.front() == '\0')
     {
-        Warn("message from " + Quote(identity) +
+        Note("message from " + Quote(identity) +
              " refused: it gave no identity of its own, or another connection has taken it over");
         return;
     }
@@ -36,7 +37,7 @@ void Switchboard::TakeFromServer(Message message, TimePoint now)
     }
     const auto found = mServers.find(identity);
     if (found == mServers.end())
-        Warn("message from " + Quote(identity) + " refused: not registered, and no JSON object of type register");
+        Note("message from " + Quote(identity) + " refused: not registered, and no JSON object of type register");
     else
         Return(found->second, std::move(message), now);
 }
@@ -47,7 +48,7 @@ void Switchboard::TakeFromClient(std::size_t address, Message message, TimePoint
     const auto drop = [&](const std::string& reason) {
         ++server.dropped;
         Trace(About(server, Passage::Kind::Loss, {}, "request dropped: " + reason, now));
-        Warn("request of " + Quote(message.sender.to_string_view()) + " to " + Quote(mAddresses[address].name) +
+        Note("request of " + Quote(message.sender.to_string_view()) + " to " + Quote(mAddresses[address].name) +
              " dropped: " + reason);
     };
 
@@ -63,12 +64,10 @@ void Switchboard::TakeFromClient(std::size_t address, Message message, TimePoint
 
 void Switchboard::CatchUp(TimePoint now)
 {
-    while (!mHeld.empty() && mHeld.begin()->first <= now)
+    for (auto server = mHeld.begin(); server != mHeld.end();)
     {
-        Server& server = *mHeld.begin()->second;
-        mHeld.erase(mHeld.begin());
-        Forward(server, now);
-        if (const auto until = server.order.HeldUntil()) mHeld.emplace(*until, &server);
+        Forward(**server, now);
+        server = (*server)->order.HeldUntil() ? std::next(server) : mHeld.erase(server);
     }
     TellOfLosses(now);
 }
@@ -77,7 +76,8 @@ std::optional<Switchboard::TimePoint> Switchboard::NextCatchUp() const
 {
     std::optional<TimePoint> next;
     if (mLossesToTell > 0) next = mNextLossLine;
-    if (!mHeld.empty() && (!next || mHeld.begin()->first < *next)) next = mHeld.begin()->first;
+    for (const Server* server : mHeld)
+        if (const auto until = server->order.HeldUntil(); until && (!next || *until < *next)) next = until;
     return next;
 }
 
@@ -107,7 +107,7 @@ void Switchboard::Register(const Message& message, const Registration& registrat
     catch (const std::exception& refusal)
     {
         const auto known = mServers.find(identity);
-        Warn("registration of " + Quote(identity) + " as " + Quote(registration.address) +
+        Note("registration of " + Quote(identity) + " as " + Quote(registration.address) +
              " refused: " + refusal.what() + (known == mServers.end() ? "" : Refuse(known->second, message, now)));
     }
 }
@@ -152,7 +152,7 @@ void Switchboard::Open(Server& server, const Message& message, TimePoint now)
     Forget(server, server.order.Pause(), now);
     Trace(About(server, Passage::Kind::Registered, {}, line, now));
     if (server.order.Open(message.connection, now))
-        mHeld.emplace(*server.order.HeldUntil(), &server);
+        mHeld.insert(&server);
     else
         HangUp(server, message);
 }
@@ -187,13 +187,13 @@ void Switchboard::Forget(Server& server, std::size_t requests, TimePoint now)
     server.dropped += requests;
     const std::string line = "requests to " + Quote(server.identity) + " dropped: " + std::to_string(requests);
     Trace(About(server, Passage::Kind::Loss, {}, line, now));
-    Warn(line);
+    Note(line);
 }
 
 void Switchboard::Return(Server& server, Message reply, TimePoint now)
 {
     const auto drop = [&](const std::string& reason) {
-        Warn("reply of " + Quote(server.identity) + " dropped: " + reason);
+        Note("reply of " + Quote(server.identity) + " dropped: " + reason);
     };
 
     if (!server.order.IsOpenOn(reply.connection))
@@ -239,14 +239,13 @@ void Switchboard::Deliver(Server& server, const std::string& client, zmq::messag
 void Switchboard::TellOfLosses(TimePoint now)
 {
     if (mLossesToTell == 0 || now < mNextLossLine) return;
-    Warn("replies lost, since the queues to their clients are full: " +
+    Note("replies lost, since the queues to their clients are full: " +
          std::to_string(std::exchange(mLossesToTell, 0)));
     mNextLossLine = now + std::chrono::seconds(1);
 }
 
 void Switchboard::Forward(Server& server, TimePoint now)
 {
-    const std::string& address = mAddresses[server.address].name;
     while (Request* const request = server.order.Next(now))
     {
         Passage passage = About(server, Passage::Kind::Request, request->client, request->body.to_string_view(), now);
@@ -261,8 +260,8 @@ void Switchboard::Forward(Server& server, TimePoint now)
         }
         ++server.dropped;
         Trace(About(server, Passage::Kind::Loss, request->client, "request dropped: can't be reached", now));
-        Warn("request of " + Quote(request->client) + " to " + Quote(address) + " dropped: " + Quote(server.identity) +
-             " can't be reached: " + zmq_strerror(error));
+        Note("request of " + Quote(request->client) + " to " + Quote(mAddresses[server.address].name) +
+             " dropped: " + Quote(server.identity) + " can't be reached: " + zmq_strerror(error));
         server.order.Drop();
         if (error == EHOSTUNREACH) Forget(server, server.order.Lose(), now);
     }

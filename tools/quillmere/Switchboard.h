@@ -13,6 +13,7 @@
 #include <functional>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -161,7 +162,7 @@ private:
     RequestOrder::Connection mNewest = 0; // of the servers' connections
     std::vector<Address> mAddresses;      // by number
     std::map<std::string, Server, std::less<>> mServers;
-    std::multimap<TimePoint, Server*> mHeld; // by when to look at each again; it may then be held for longer
+    std::set<Server*> mHeld; // until its quiet time is over; some are held no more
     std::uint64_t mLossesToTell = 0;
     TimePoint mNextLossLine{};
 };

@@ -107,7 +107,7 @@ void Timeline::Write(const std::string& line)
     const int error = errno;
     [[maybe_unused]] const int cut = ftruncate(mFile.Get(), mSize); // what has no end would spoil what follows
     if (std::exchange(mIsComplete, false))
-        Warn("the timeline is incomplete from here on: " + std::generic_category().message(error));
+        Note("the timeline is incomplete from here on: " + std::generic_category().message(error));
 }
 
 } // namespace zeb::tolvo::desk

@@ -11,6 +11,7 @@
 #include <charconv>
 #include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <exception>
 #include <filesystem>
 #include <grp.h>
@@ -159,7 +160,7 @@ int main(int argc, char** argv)
     }
     catch (const std::exception& failure)
     {
-        Complain(failure.what());
-        return kExitFailure;
+        Note(failure.what());
+        return EXIT_FAILURE;
     }
 }
