@@ -34,6 +34,7 @@ TEST_F(WiredServers, BurstTakesWhatIsQueuedUpToItsLimit)
     using Row = std::tuple<std::size_t, unsigned short, std::size_t>;
     for (const auto& [queued, limit, answered] : {Row{3, 0, 0}, {3, 100, 3}, {150, 100, 100}, {65'600, 65'535, 65'535}})
     {
+        SCOPED_TRACE(queued);
         frontEnd.Queue(queued, "r");
         Burst(limit);
         EXPECT_EQ(Drain(frontEnd.outside), Lines(answered, "r"));

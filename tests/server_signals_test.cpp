@@ -90,4 +90,6 @@ TEST_F(ServerThread, PollingGoesOnAfterASignalAndEndsWithAnError)
     first.close();
     EXPECT_TRUE(Await([&] { return fcntl(reaped, F_GETFD) < 0; }));
     Stop();
+    pthread_sigmask(SIG_BLOCK, nullptr, &blocked);
+    EXPECT_FALSE(sigismember(&blocked, SIGTERM)) << "the owner's mask is its own again";
 }

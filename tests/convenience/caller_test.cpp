@@ -170,19 +170,15 @@ TEST(AsyncCaller, TenThousandRequestsEndOnceAndInOrderWhateverTheServiceDoes)
     EXPECT_FALSE(IsReadable(caller.GetFd(), 0));
 }
 
-void ExpectMilliseconds(int expected, std::initializer_list<Timeout> timeouts)
-{
-    for (const Timeout& timeout : timeouts) EXPECT_EQ(timeout.GetMilliseconds(), expected);
-}
-
 TEST(Timeout, IsTheNextWholeMillisecondThatAnIntHolds)
 {
     using Minutes = std::chrono::duration<double, std::ratio<60>>;
     using std::chrono::hours, std::chrono::milliseconds;
     constexpr int kMost = std::numeric_limits<int>::max();
-    ExpectMilliseconds(0, {0s, -1ms, hours::min(), Minutes(std::nan(""))});
-    ExpectMilliseconds(1, {1ns, 1000us});
-    ExpectMilliseconds(2, {1001us});
-    ExpectMilliseconds(3000, {3s, Minutes(0.05)});
-    ExpectMilliseconds(kMost, {milliseconds(kMost), milliseconds(1LL + kMost), hours::max(), Minutes::max()});
+    using Row = std::pair<int, Timeout>;
+    for (const auto& [expected, timeout] :
+         {Row(0, 0s), Row(0, -1ms), Row(0, hours::min()), Row(0, Minutes(std::nan(""))), Row(1, 1ns), Row(1, 1000us),
+          Row(2, 1001us), Row(3000, 3s), Row(3000, Minutes(0.05)), Row(kMost, milliseconds(kMost)),
+          Row(kMost, milliseconds(1LL + kMost)), Row(kMost, hours::max()), Row(kMost, Minutes::max())})
+        EXPECT_EQ(timeout.GetMilliseconds(), expected);
 }

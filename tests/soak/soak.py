@@ -120,7 +120,7 @@ class World:
 
 
 class Chaos:
-    """Kills, stops and interrupts. What it does and when depends on the seed alone, not on what comes of it."""
+    """Kills, stops and interrupts. The seed decides what and when, as far as it can be done at that moment."""
 
     def __init__(self, world: World, seed: int) -> None:
         self.world, self.random = world, random.Random(seed)

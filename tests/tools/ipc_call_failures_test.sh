@@ -28,7 +28,7 @@ Expect 1 '' "$failed$late: $work is no socket" "$call" --timeout 50 "ipc://$work
 Expect 1 '' "$failed$late: nobody listens at 127.0.0.1:1" "$call" --timeout 50 tcp://127.0.0.1:1 </dev/null
 Expect 1 '' "$failed$late: $missing"$'\n'"$failed$late" "$call" --lines --timeout 50 "$nobody" < <(printf 'a\nb\n')
 
-# The interruptible client. It doesn't wait at its end; twenty callers at once wait one second, not twenty.
+# The dealer client. It doesn't wait at its end; twenty callers at once wait one second, not twenty.
 Expect 1 '' "$failed$late: $missing" timeout 20 "$call" --timeout 50 --interrupt "$interrupts" "$nobody" </dev/null
 Expect 1 "$(Sum '20 in [1-9]\.[0-9]+ s, [0-9]+' 0 "failed +20: no reply within 1000 ms: $missing")" '' \
     "$call" --repeat 20 --parallel 20 --timeout 1000 --interrupt "$interrupts" "$nobody" </dev/null

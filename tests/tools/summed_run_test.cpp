@@ -1,23 +1,17 @@
 #include "ipc-call/SummedRun.h"
+#include "support/Basics.h"
 
-#include <gtest/gtest.h>
-
-#include <cerrno>
 #include <csignal>
-#include <memory>
-#include <system_error>
 #include <unistd.h>
-#include <utility>
-#include <vector>
 
 namespace
 {
 
-using namespace zeb::tolvo;
+namespace desk = zeb::tolvo::desk;
 
 struct CallerWithoutReply : desk::Caller
 {
-    StatusCode Call(const ipc::ByteVector&, ipc::ByteVector&) override
+    StatusCode Call(const ByteVector&, ByteVector&) override
     {
         for (;;) pause();
     }
@@ -34,7 +28,7 @@ void RunShortOfThreads()
         EXPECT_EQ(raise(SIGINT), 0);
         throw std::system_error(EAGAIN, std::generic_category());
     };
-    desk::RunSummed(maker, std::vector<ipc::ByteVector>(2), options);
+    desk::RunSummed(maker, std::vector<ByteVector>(2), options);
 }
 
 TEST(SummedRun, SignalEndsItWhileItWaitsForCallersAfterAnotherCouldNotBeMade)
