@@ -130,7 +130,7 @@ private:
         ZmqMessage body;
         while (sender.Receive(router, 0) >= 0 && body.Receive(router, 0) >= 0)
         {
-            // A dealer client may have gone: its reply is lost, which is its right.
+            // A dealer client may have gone; its lost reply is no failure.
             if (zmq_msg_send(sender.Get(), router, ZMQ_SNDMORE) < 0) continue;
             Require(zmq_msg_send(body.Get(), router, 0) >= 0, "zmq_msg_send");
         }

@@ -3,12 +3,12 @@
 #include "PlainClient.h"
 #include "PlainServer.h"
 
-#include <ipc/OperatingModeInterface.h>
 #include <ipc/ResponsesFIFO.h>
 #include <ipc/ZmqClientConnector.h>
 #include <ipc/ZmqClientDealerConnector.h>
 #include <ipc/ZmqServerSequentialOnePriority.h>
 #include <ipc/ZmqServerSequentialTwoPriorities.h>
+#include <ipc/convenience/WaitingAllowed.h>
 
 #include <memory>
 #include <stdexcept>
@@ -49,12 +49,7 @@ private:
     std::unique_ptr<ipc::ZmqServerConnector> mServer;
 };
 
-struct MayWait : ipc::OperatingModeInterface
-{
-    bool IsBlockingForbidden() override { return false; }
-};
-
-struct LibraryClient : private MayWait, public ipc::ZmqClientConnector
+struct LibraryClient : private ipc::convenience::WaitingAllowed, public ipc::ZmqClientConnector
 {
     LibraryClient(void* context, const std::string& endpoint) : ZmqClientConnector(endpoint, *this, context) {}
 };

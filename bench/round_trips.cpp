@@ -54,10 +54,12 @@ struct ClientRoundTrip
     typename Way::Client client{wiring.GetConnectorContext(), wiring.Endpoint("clients")};
 };
 
-/// The convenience layer's clients, as the connector below them is used.
+/// The convenience layer's clients, used as the connector below them; each is a way of its own.
 class CallerClient
 {
 public:
+    using Client = CallerClient;
+
     CallerClient(void* /*context*/, const std::string& endpoint) : mCaller(endpoint) {}
 
     StatusCode SendRequest(const ByteVector& request, ByteVector& response, int timeout)
@@ -74,6 +76,8 @@ private:
 class AsyncCallerClient
 {
 public:
+    using Client = AsyncCallerClient;
+
     AsyncCallerClient(void* /*context*/, const std::string& endpoint) : mCaller(endpoint) {}
 
     StatusCode SendRequest(const ByteVector& request, ByteVector& response, int timeout)
@@ -92,12 +96,6 @@ private:
     ipc::convenience::AsyncCaller mCaller;
 };
 
-template <typename LayerClient>
-struct Layer
-{
-    using Client = LayerClient;
-};
-
 /// In the place of plain ZeroMQ stands the library's own connector, below the layer.
 template <typename LayerClient>
 void CompareWithConnector(const Choice& choice, const Group& group, const std::vector<Parameters>& cases)
@@ -105,7 +103,7 @@ void CompareWithConnector(const Choice& choice, const Group& group, const std::v
     const std::string transport = "ipc";
     RunGroup(choice, group, cases,
              {MakeSide<ClientRoundTrip<Library>>("plain", transport),
-              MakeSide<ClientRoundTrip<Layer<LayerClient>>>("library", transport),
+              MakeSide<ClientRoundTrip<LayerClient>>("library", transport),
               MakeSide<ClientRoundTrip<Library>>("plain-again", transport)});
 }
 
