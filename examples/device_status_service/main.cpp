@@ -83,7 +83,8 @@ int main(int argc, char** argv)
 {
     if (argc < 2 || argc > 3)
     {
-        std::cerr << "usage: device_status_service ENDPOINT [ADDRESS]: of the registration service, of this one\n";
+        std::cerr << "usage: device_status_service ENDPOINT [ADDRESS]\n"
+                     "ENDPOINT of the registration service, ADDRESS of this service\n";
         return 2;
     }
     return Serve(argv[1], argc == 3 ? argv[2] : "device-status") ? 0 : 1;

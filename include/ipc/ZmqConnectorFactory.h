@@ -31,7 +31,7 @@ public:
     ZmqConnectorFactory(const ZmqConnectorFactory&) = delete;
     ZmqConnectorFactory& operator=(const ZmqConnectorFactory&) = delete;
 
-    /// Creates a client that keeps one socket, a `ZmqClientConnector`.
+    /// Creates a persistent client, a `ZmqClientConnector`.
     /// @param endpoint ZeroMQ endpoint of the service, for instance "ipc:///run/clients/status" or "tcp://host:port".
     /// @param operatingMode asked before each wait; must outlive the connector.
     /// @return a client owned by the caller; it connects on its first request.
