@@ -45,7 +45,8 @@ protected:
         server->RegisterCallback(handler);
         server->SetStartupMessage(address);
         EXPECT_EQ(server->StartListening(), StatusCode::Success);
-        output.Await("registered as");
+        for (int frontEnds = type == ipc::ServerType::TwoPriorities ? 2 : 1; frontEnds > 0; --frontEnds)
+            output.Await("registered as");
     }
 
     void ExpectEcho(const std::string& address, const std::string& body, int times = 1)
