@@ -33,6 +33,7 @@ void RunShortOfThreads()
 
 TEST(SummedRun, SignalEndsItWhileItWaitsForCallersAfterAnotherCouldNotBeMade)
 {
+    GTEST_FLAG_SET(death_test_style, "threadsafe"); // tests before this one may have left threads
     EXPECT_EXIT(RunShortOfThreads(), testing::KilledBySignal(SIGINT), "");
 }
 
