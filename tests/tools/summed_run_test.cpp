@@ -31,9 +31,9 @@ void RunShortOfThreads()
     desk::RunSummed(maker, std::vector<ByteVector>(2), options);
 }
 
-TEST(SummedRun, SignalEndsItWhileItWaitsForCallersAfterAnotherCouldNotBeMade)
+// A death test by name runs first: a fork must not find the threads of other tests.
+TEST(SummedRunDeathTest, SignalEndsItWhileItWaitsForCallersAfterAnotherCouldNotBeMade)
 {
-    GTEST_FLAG_SET(death_test_style, "threadsafe"); // tests before this one may have left threads
     EXPECT_EXIT(RunShortOfThreads(), testing::KilledBySignal(SIGINT), "");
 }
 
