@@ -16,8 +16,8 @@ if [[ ! -e $base ]]; then
     mirror=$(MirrorAs "\$(REPO_URI)" | head -n 1)
     rm -rf "$base.new"
     mkdir -p "$base.new" "$base.archives/partial"
-    Quietly unshare --mount debootstrap --variant=minbase "$suite" "$base.new" "$mirror"
-    echo force-unsafe-io >"$base.new/etc/dpkg/dpkg.cfg.d/on-debian" # what is thrown away needs no care
+    Quietly unshare --mount mmdebstrap --variant=minbase --dpkgopt=force-unsafe-io \
+        "$suite" "$base.new" "$mirror" # what is thrown away needs no care
     mv "$base.new" "$base"
 fi
 

@@ -17,7 +17,7 @@ packages[memcheck]="${packages[test]} valgrind"
 packages[fuzz]="${packages[build]} clang libclang-rt-14-dev"
 packages[docs]="${packages[build]} doxygen graphviz mandoc"
 packages[guide]="${packages[build]} python3 python3-zmq socat"
-packages[debian]="debootstrap git procps"
+packages[debian]="git mmdebstrap procps"
 
 wanted=${packages[${1:-none}]:-}
 [[ -n $wanted ]] || Fail "usage: $0 NAME, one of ${!packages[*]}" 2
