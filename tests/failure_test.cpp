@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <fstream>
+#include <regex>
 
 Lines Split(const std::string& text, const std::string& separator)
 {

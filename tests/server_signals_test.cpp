@@ -44,7 +44,10 @@ TEST_F(ServerThread, SignalsAtAnyWaitEndNothingButRequestsOfClients)
         } while (++life % 25 != 0);
     }
     for (const std::string& line : log.Take())
-        EXPECT_TRUE(std::regex_search(line, std::regex("([ ,]4|=1022)$"))) << line;
+    {
+        const std::string number = line.substr(line.find_last_of(" ,=") + 1);
+        EXPECT_TRUE(number == "4" || number == "1022") << line; // EINTR, or the status of the anonymous one
+    }
     dealer.SendRequest(Bytes("end"), reply, 0);
     answering.get();
 }

@@ -14,7 +14,6 @@
 #include <future>
 #include <map>
 #include <poll.h>
-#include <regex>
 #include <string>
 #include <thread>
 #include <vector>
