@@ -52,7 +52,6 @@ void PublishUntilInputEnds(const std::string& endpoint)
                  endpoint);
 }
 
-/// This program again, as another process whose standard input is the pipe: a forked copy would share its sockets.
 struct PipeCloser
 {
     void operator()(FILE* pipe) const noexcept { pclose(pipe); }
@@ -60,6 +59,7 @@ struct PipeCloser
 
 using Pipe = std::unique_ptr<FILE, PipeCloser>;
 
+/// This program again, as another process whose standard input is the pipe: a forked copy would share its sockets.
 Pipe StartPublisher(const std::string& endpoint)
 {
     std::array<char, 4096> program{};

@@ -75,7 +75,8 @@ public:
 protected:
     // What a new kind of server implements.
 
-    /// Called by `StartListening` before the thread is started, on the caller's thread.
+    /// Called by `StartListening` before the thread is started, on the caller's thread. After a stop that failed, the
+    /// earlier thread may still run.
     /// @return what is not `Success` ends the start and is returned from there.
     virtual StatusCode PrepareToListen() = 0;
 

@@ -29,7 +29,7 @@ constexpr std::string_view kTcp = "tcp://";
 
 bool StartsWith(const std::string& text, std::string_view start) { return text.compare(0, start.size(), start) == 0; }
 
-/// @return the error number, 0 when somebody listens at `place`.
+/// @return the error number, 0 when somebody listens at `address`.
 int Connect(const sockaddr* address, socklen_t size)
 {
     const int descriptor = socket(address->sa_family, SOCK_STREAM | SOCK_CLOEXEC, 0);

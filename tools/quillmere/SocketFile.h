@@ -10,7 +10,7 @@
 namespace zeb::tolvo::desk
 {
 
-/// Who may connect to the sockets that are bound: nothing leaves it to the umask.
+/// Who may connect to the sockets that are bound. Where none is given, the umask decides.
 struct Access
 {
     mode_t mode = 0;

@@ -64,7 +64,7 @@ struct Passage
     std::string_view body;
     AnswerTimes::Duration answerTime; ///< from the request's passing to this reply; zero for the other kinds
     std::size_t requestSize = 0;      ///< of the request that this reply answers
-    std::size_t underWay = 0;         ///< requests to the server, with this one; not for the kind Registration
+    std::size_t underWay = 0;         ///< at the server, when the frame has passed; not for the kind Registration
     std::chrono::steady_clock::time_point time{};
 };
 
